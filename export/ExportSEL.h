@@ -1,0 +1,22 @@
+// SEL records of one node to "OXASG_IPMILogRecord" instances.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "auxlog/AuxLog.h"
+#include "host/framework.h"
+#include "sdr/SDRCache.h"
+#include "sel/IPMISELEntry.h"
+
+namespace ipmisel {
+
+// Scans slot i of selText into records[i] for i < count. 0 success, 1 failure.
+int FillSELArray(NOXAQSV20::TCPluginCallbacks* cb, const char* selText, IPMISELEntry* records,
+                 uint32_t count);
+
+int ExportSEL(int32_t node, NOXAQSV20::TCPluginCallbacks* cb, NOXAQSV20::fdriIOHandle* io,
+              const SDRCache& cache, IPMISELEntry* records, uint32_t count, int32_t recordOffset,
+              const std::vector<AuxLogRecord>& auxRecords, NOXAQSV20::SPLibrary* library);
+
+} // namespace ipmisel

@@ -1,0 +1,43 @@
+// Reading one BMC node's SDR repository: repository info, reservation, and a
+// walk that keeps header, units and ID-string pieces of every full or compact
+// sensor record as hexadecimal text.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "ipmi/IPMIRequestFrame.h"
+
+namespace ipmisel {
+
+// One sensor record's pieces: header text at 0 (64), units at 64 (96), ID
+// string at 160 (64).
+struct SDRTextBlock {
+    char text[224];
+    const char* Header() const { return text; }
+    const char* Units() const { return text + 64; }
+    const char* String() const { return text + 160; }
+};
+
+enum { SDRInfoTextSize = 64 };
+
+class IPMIRequestSDR : public IPMIRequestFrame {
+  public:
+    uint8_t recordType = 0;
+    uint8_t reservationID[2] = {0, 0};   // high, low
+    uint8_t currentRecordID[2] = {0, 0}; // high, low
+    uint8_t nextRecordID[2] = {0, 0};    // high, low
+
+    explicit IPMIRequestSDR(NOXAQSV20::SPLibrary* library) : IPMIRequestFrame(library) {}
+
+    int IPMIGetSDRInfo(char* info); // info: SDRInfoTextSize characters
+    int IPMIReserveSDR();
+    int IPMIGetSDRHeader(SDRTextBlock& block);
+    int IPMIGetSDRUnits(SDRTextBlock& block);
+    int IPMIGetSDRString(SDRTextBlock& block);
+    // Whole walk; blocks are appended in repository order. 0 success, 1 when a
+    // request failed (blocks already appended stay).
+    int IPMIGetSDREntry(std::vector<SDRTextBlock>& blocks, char* info);
+};
+
+} // namespace ipmisel

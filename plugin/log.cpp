@@ -1,0 +1,33 @@
+#include "plugin/log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+namespace ipmisel {
+
+void Log(int severity, const char* text) {
+    NOXAQSV20::fdrWriteLog(static_cast<NOXAQSV20::EQSVLogSeverity>(severity), text);
+}
+
+void Log(int severity, const std::string& text) { Log(severity, text.c_str()); }
+
+void LogF(int severity, const char* fmt, ...) {
+    char small[512];
+    va_list ap;
+    va_start(ap, fmt);
+    va_list again;
+    va_copy(again, ap);
+    int n = std::vsnprintf(small, sizeof small, fmt, ap);
+    va_end(ap);
+    if (n >= 0 && static_cast<size_t>(n) >= sizeof small) {
+        std::vector<char> big(static_cast<size_t>(n) + 1);
+        std::vsnprintf(big.data(), big.size(), fmt, again);
+        Log(severity, big.data());
+    } else {
+        Log(severity, n < 0 ? "" : small);
+    }
+    va_end(again);
+}
+
+} // namespace ipmisel
