@@ -1,0 +1,338 @@
+// The process-wide host state and the plug-in library: registration, the output
+// of instances and properties, the plug-in's own path and the log.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <mutex>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "host/framework.h"
+#include "host/runtime.h"
+
+namespace NOXAQSV20 {
+
+// The host object handed to the plug-in at registration. It carries nothing:
+// every service it stands for reads the process-wide configuration.
+class TCPluginCallbacks {};
+
+// What fdrGetHandle yields and smBiosLoad accepts.
+class TPluginManagerProvider {};
+
+// The output handle: at most one instance is open at a time.
+class fdriIOHandle {
+  public:
+    bool open = false;
+    ipmisel::host::Instance current;
+    uint64_t opened = 0;    // fdrGetInstance calls since configure(), numbers the instances
+    uint64_t committed = 0; // fdrAddInstance calls that delivered an instance
+};
+
+class TCIMValueArray {
+  public:
+    std::vector<uint8_t> bytes;
+};
+
+} // namespace NOXAQSV20
+
+namespace ipmisel::host {
+
+using namespace NOXAQSV20;
+
+namespace {
+
+struct State {
+    Config config;
+    std::string loadedPluginPath;
+    bool registered = false;
+    fdrPluginCallbacks record{};
+    TCPluginCallbacks callbacks;
+    TPluginManagerProvider provider;
+    fdriIOHandle output;
+    // Arrays handed out and not yet deleted, so that a stray or double delete is
+    // refused instead of corrupting the heap.
+    std::unordered_set<TCIMValueArray*> arrays;
+    // Every plug-in path answered so far; the plug-in keeps the pointer it gets.
+    std::set<std::string> pathAnswers;
+    // Folder descriptors kept open for paths whose folders contain "ipmisel".
+    std::unordered_map<std::string, int> folderFds;
+};
+
+State& state() {
+    static State* s = new State(); // never destroyed: the plug-in may log during exit
+    return *s;
+}
+
+constexpr const char* kMarker = "ipmisel";
+
+} // namespace
+
+void configure(Config cfg) {
+    State& s = state();
+    s.config = std::move(cfg);
+    s.registered = false;
+    s.record = {};
+    s.output.open = false;
+    s.output.current = {};
+    s.output.opened = 0;
+    s.output.committed = 0;
+}
+
+Config& config() {
+    return state().config;
+}
+
+void setLoadedPluginPath(const std::string& path) {
+    state().loadedPluginPath = path;
+}
+
+const fdrPluginCallbacks* registeredCallbacks() {
+    return state().registered ? &state().record : nullptr;
+}
+
+void clearRegistration() {
+    state().registered = false;
+    state().record = {};
+}
+
+TCPluginCallbacks* hostCallbacks() {
+    return &state().callbacks;
+}
+
+fdriIOHandle* outputHandle() {
+    return &state().output;
+}
+
+uint64_t instancesCommitted() {
+    return state().output.committed;
+}
+
+const Property* Instance::find(const std::string& name) const {
+    for (const Property& p : properties) {
+        if (p.name == name) {
+            return &p;
+        }
+    }
+    return nullptr;
+}
+
+std::string Instance::get(const std::string& name) const {
+    const Property* p = find(name);
+    return p ? p->text : std::string();
+}
+
+// The answer for fdrGetPluginPath. The plug-in cuts its path at the first
+// "ipmisel" and appends "ipmisel.INI", so that first occurrence has to be the
+// file name itself. When a folder above also holds the word, the folder is
+// reached through a descriptor kept open for the process instead, which names
+// the same folder without repeating the word.
+std::string pluginPathAnswer(const std::string& configured) {
+    namespace fs = std::filesystem;
+    if (configured.empty()) {
+        return {};
+    }
+    std::error_code ec;
+    fs::path full = fs::absolute(fs::path(configured), ec);
+    if (ec) {
+        full = fs::path(configured);
+    }
+    full = full.lexically_normal();
+    std::string file = full.filename().string();
+    std::string folder = full.parent_path().string();
+    if (folder.find(kMarker) == std::string::npos || file.find(kMarker) == std::string::npos) {
+        // Either the first "ipmisel" already is the file name, or the file does
+        // not carry the name at all and no rewriting can help the plug-in.
+        return full.string();
+    }
+    State& s = state();
+    auto it = s.folderFds.find(folder);
+    if (it == s.folderFds.end()) {
+        int fd = ::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        if (fd >= 0) {
+            it = s.folderFds.emplace(folder, fd).first;
+        }
+    }
+    if (it != s.folderFds.end()) {
+        std::string viaFd = "/proc/self/fd/" + std::to_string(it->second);
+        if (::access(viaFd.c_str(), F_OK) == 0) {
+            return viaFd + "/" + file;
+        }
+    }
+    // No descriptor path (no /proc): a path relative to the working folder still
+    // works as long as it does not name the word before the file.
+    fs::path rel = fs::relative(full.parent_path(), fs::current_path(ec), ec);
+    if (!ec && !rel.empty() && rel.string().find(kMarker) == std::string::npos) {
+        return (rel / file).string();
+    }
+    return full.string();
+}
+
+} // namespace ipmisel::host
+
+namespace NOXAQSV20 {
+
+using ipmisel::host::config;
+using ipmisel::host::state;
+
+TQSVStatusCode fdrRegisterPlugin(fdrPluginCallbacks* callbacks, TCPluginCallbacks** host) {
+    if (config().registerFails || callbacks == nullptr) {
+        return TQSVStatusCode(QSV_ERROR);
+    }
+    // A copy: the plug-in's record may live on its stack.
+    state().record = *callbacks;
+    state().registered = true;
+    if (host != nullptr) {
+        *host = ipmisel::host::hostCallbacks();
+    }
+    return TQSVStatusCode(QSV_SUCCESS);
+}
+
+EQSVStatusCode fdrGetHandle(TCPluginCallbacks* host, TPluginManagerProvider** provider) {
+    if (host != ipmisel::host::hostCallbacks() || provider == nullptr) {
+        return QSV_ERROR;
+    }
+    *provider = &state().provider;
+    return QSV_SUCCESS;
+}
+
+EQSVStatusCode fdrGetPluginPath(TCPluginCallbacks* host, const char** path) {
+    if (host != ipmisel::host::hostCallbacks() || path == nullptr) {
+        return QSV_ERROR;
+    }
+    const std::string& source =
+        config().pluginPath.empty() ? state().loadedPluginPath : config().pluginPath;
+    std::string answer = ipmisel::host::pluginPathAnswer(source);
+    if (answer.empty()) {
+        return QSV_ERROR;
+    }
+    *path = state().pathAnswers.insert(std::move(answer)).first->c_str();
+    return QSV_SUCCESS;
+}
+
+namespace {
+
+bool ours(fdriIOHandle* io) {
+    return io != nullptr && io == ipmisel::host::outputHandle();
+}
+
+// Adds a property to the open instance unless the arguments are unusable or the
+// test hook refuses it.
+EQSVStatusCode addProperty(fdriIOHandle* io, const char* name, ipmisel::host::Property property) {
+    if (!ours(io) || name == nullptr || !io->open) {
+        return QSV_ERROR;
+    }
+    property.name = name;
+    const auto& hook = config().failProperty;
+    if (hook && hook(io->opened - 1, property.name)) {
+        return QSV_ERROR;
+    }
+    io->current.properties.push_back(std::move(property));
+    return QSV_SUCCESS;
+}
+
+} // namespace
+
+EQSVStatusCode fdrGetInstance(fdriIOHandle* io, const char* className) {
+    if (!ours(io) || className == nullptr) {
+        return QSV_ERROR;
+    }
+    // An instance left open (abandoned by the plug-in) is dropped here.
+    io->current = ipmisel::host::Instance{};
+    io->current.className = className;
+    io->open = true;
+    ++io->opened;
+    return QSV_SUCCESS;
+}
+
+EQSVStatusCode fdrAddProperty(fdriIOHandle* io, const char* name, const char* value) {
+    if (value == nullptr) {
+        return QSV_ERROR;
+    }
+    ipmisel::host::Property p;
+    p.kind = ipmisel::host::PropertyKind::Text;
+    p.text = value;
+    return addProperty(io, name, std::move(p));
+}
+
+EQSVStatusCode fdrAddDateTimeProperty(fdriIOHandle* io, const char* name, TCIMDateTime* value) {
+    if (value == nullptr) {
+        return QSV_ERROR;
+    }
+    ipmisel::host::Property p;
+    p.kind = ipmisel::host::PropertyKind::DateTime;
+    p.text = value->ToString();
+    return addProperty(io, name, std::move(p));
+}
+
+EQSVStatusCode fdrSetDateTime(TCIMDateTime* value, uint16_t year, uint16_t month, uint32_t day,
+                              uint16_t hour, uint16_t minute, uint16_t second,
+                              uint32_t microseconds, int16_t utcOffset) {
+    if (value == nullptr) {
+        return QSV_ERROR;
+    }
+    value->Set(year, month, day, hour, minute, second, microseconds, utcOffset);
+    return QSV_SUCCESS;
+}
+
+EQSVStatusCode fdrNewCIMValueArray(TCIMValueArray** array) {
+    if (array == nullptr) {
+        return QSV_ERROR;
+    }
+    auto* a = new TCIMValueArray();
+    state().arrays.insert(a);
+    *array = a;
+    return QSV_SUCCESS;
+}
+
+EQSVStatusCode fdrArrayAddUint8(TCIMValueArray* array, uint8_t value) {
+    if (array == nullptr || !state().arrays.contains(array)) {
+        return QSV_ERROR;
+    }
+    array->bytes.push_back(value);
+    return QSV_SUCCESS;
+}
+
+EQSVStatusCode fdrAddArrayProperty(fdriIOHandle* io, const char* name, TCIMValueArray* array) {
+    if (array == nullptr || !state().arrays.contains(array)) {
+        return QSV_ERROR;
+    }
+    ipmisel::host::Property p;
+    p.kind = ipmisel::host::PropertyKind::Bytes;
+    p.bytes = array->bytes; // the array stays the plug-in's
+    return addProperty(io, name, std::move(p));
+}
+
+EQSVStatusCode fdrDeleteCIMValueArray(TCIMValueArray* array) {
+    if (array == nullptr || state().arrays.erase(array) == 0) {
+        return QSV_ERROR;
+    }
+    delete array;
+    return QSV_SUCCESS;
+}
+
+EQSVStatusCode fdrAddInstance(fdriIOHandle* io) {
+    if (!ours(io) || !io->open) {
+        return QSV_ERROR;
+    }
+    io->open = false;
+    ++io->committed;
+    ipmisel::host::Instance done = std::move(io->current);
+    io->current = {};
+    if (config().instanceSink) {
+        config().instanceSink(done);
+    }
+    return QSV_SUCCESS;
+}
+
+void fdrWriteLog(EQSVLogSeverity severity, const char* text) {
+    const auto& cfg = config();
+    if (static_cast<int>(severity) > cfg.logLevel || !cfg.logSink) {
+        return;
+    }
+    cfg.logSink(static_cast<int>(severity), text ? std::string(text) : std::string("(null)"));
+}
+
+} // namespace NOXAQSV20
