@@ -1,0 +1,49 @@
+#include "sel/SELFormat.h"
+
+#include <cstring>
+
+#include "plugin/text.h"
+
+namespace ipmisel {
+
+bool IsSingleNumberFormat(const char* fmt) {
+    int conversions = 0;
+    for (const char* p = fmt; *p != '\0'; ++p) {
+        if (*p != '%') {
+            continue;
+        }
+        ++p;
+        if (*p == '%') {
+            continue;
+        }
+        while (*p != '\0' && std::strchr("-+ #0", *p) != nullptr) {
+            ++p;
+        }
+        while (*p >= '0' && *p <= '9') {
+            ++p;
+        }
+        if (*p == '.') {
+            ++p;
+            while (*p >= '0' && *p <= '9') {
+                ++p;
+            }
+        }
+        if (*p == '\0' || std::strchr("diuoxXc", *p) == nullptr) {
+            return false;
+        }
+        if (++conversions > 1) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void FormatWithNumber(char* dst, size_t size, const char* fmt, int value) {
+    if (IsSingleNumberFormat(fmt)) {
+        TextFormat(dst, size, fmt, value);
+    } else {
+        TextCopy(dst, size, fmt);
+    }
+}
+
+} // namespace ipmisel
