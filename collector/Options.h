@@ -1,0 +1,76 @@
+// The command line of ipmisel-collect: what the user asked for, checked for
+// consistency but not yet acted on (files are opened and transports made by
+// the collector itself, so that parsing stays a pure function tests can call).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ipmisel::collector {
+
+// Exit codes. Kept few and stable: scripts branch on them.
+enum ExitCode : int {
+    kExitOk = 0,        // collection ran (whatever the BMC had to say)
+    kExitFailure = 1,   // anything unexpected, or the plug-in reported a failed collection
+    kExitUsage = 2,     // bad options
+    kExitScenario = 3,  // the scenario file is missing or broken
+    kExitPlugin = 4,    // plug-in missing, not loadable, refused to load, or no message file
+    kExitOutput = 5,    // --out or --log cannot be written
+    kExitTransport = 6, // the BMC cannot be reached this way (or not in this build)
+};
+
+enum class Format { Jsonl, Table, Csv };
+
+// The classes the plug-in's driver recognises, in the order they are
+// collected when no --class is given.
+const std::vector<std::string>& knownClasses();
+
+struct BmcHost {
+    std::string host;
+    uint16_t port = 623;
+};
+
+struct Options {
+    enum class Action { Collect, Help, Version } action = Action::Collect;
+
+    std::optional<std::string> simFile;
+    std::vector<std::string> classes; // empty: every known class
+    std::optional<Format> format;     // none: table on a terminal, jsonl otherwise
+    std::optional<std::string> outFile;
+    std::optional<std::string> logFile;
+    std::optional<int> logLevel; // 0..4
+    std::optional<std::string> pluginPath;
+
+    // Real BMCs. Parsed and checked now so that scripts written today keep
+    // working when the transports arrive.
+    bool inband = false;
+    std::vector<BmcHost> hosts;
+    std::optional<std::string> user;
+    std::optional<std::string> passwordFile;
+    std::optional<int> cipherSuite;
+    std::optional<std::string> privilege; // "user", "operator" or "admin"
+    std::vector<std::string> workarounds;
+    std::optional<std::string> recordFile;
+
+    bool wantsRealBmc() const { return inband || !hosts.empty(); }
+    // The classes to request: the given ones or every known class.
+    std::vector<std::string> effectiveClasses() const;
+};
+
+struct ParsedOptions {
+    Options options;
+    std::string error; // non-empty: the command line is unusable; one line, no program name
+};
+
+// args excludes the program name.
+ParsedOptions parseOptions(const std::vector<std::string>& args);
+
+// "--host" value: NAME, NAME:PORT, [V6ADDR] or [V6ADDR]:PORT. A bare address
+// with several colons is taken as IPv6 without a port.
+std::optional<BmcHost> parseHost(const std::string& text, std::string* error);
+
+std::string usageText(const std::string& program);
+
+} // namespace ipmisel::collector

@@ -1,0 +1,351 @@
+#include "collector/Writers.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace ipmisel::collector {
+
+namespace {
+
+const char kLogRecordClass[] = "OXASG_IPMILogRecord";
+
+// Every property a log record can carry, in the order the plug-in adds them.
+// Seeding the CSV header with it keeps one header for the whole SEL even when
+// the first record is an OEM one that lacks the sensor columns.
+const std::vector<std::string>& logRecordColumns() {
+    static const std::vector<std::string> columns = {"CreationClassName",
+                                                     "LogCreationClassName",
+                                                     "LogName",
+                                                     "RecordID",
+                                                     "MessageTimestamp",
+                                                     "CreationTimeStamp",
+                                                     "Source",
+                                                     "SensorType",
+                                                     "EventType",
+                                                     "Entity",
+                                                     "EntityInstance",
+                                                     "SensorInformation",
+                                                     "Message",
+                                                     "AuxLog",
+                                                     "SourceNode",
+                                                     "RawData"};
+    return columns;
+}
+
+// Boilerplate every instance of a class repeats; shown to people it only
+// pushes the useful values off the line.
+bool isBoilerplate(const std::string& name) {
+    return name == "CreationClassName" || name == "LogCreationClassName" || name == "LogName";
+}
+
+bool isContinuation(unsigned char c) {
+    return (c & 0xC0) == 0x80;
+}
+
+// Bytes of the longest prefix of text that takes at most `columns` columns.
+size_t prefixBytes(std::string_view text, size_t columns) {
+    size_t used = 0;
+    size_t i = 0;
+    while (i < text.size()) {
+        if (!isContinuation(static_cast<unsigned char>(text[i]))) {
+            if (used == columns) {
+                break;
+            }
+            ++used;
+        }
+        ++i;
+    }
+    return i;
+}
+
+// Table columns: width of each fixed column and its header.
+struct Column {
+    const char* header;
+    size_t width;
+    bool right;
+};
+constexpr Column kColumns[] = {
+    {"Node", 4, true},          {"Record", 6, true},   {"Time stamp", 19, false},
+    {"Sensor type", 20, false}, {"Sensor", 16, false},
+};
+constexpr const char kSeparator[] = " | ";
+constexpr size_t kSeparatorWidth = 3;
+
+size_t fixedWidth() {
+    size_t total = 0;
+    for (const Column& c : kColumns) {
+        total += c.width + kSeparatorWidth;
+    }
+    return total;
+}
+
+} // namespace
+
+// ---- helpers ---------------------------------------------------------------------
+
+std::string foldWhitespace(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    bool pendingSpace = false;
+    for (char ch : text) {
+        unsigned char c = static_cast<unsigned char>(ch);
+        if (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f') {
+            pendingSpace = !out.empty();
+            continue;
+        }
+        if (pendingSpace) {
+            out += ' ';
+            pendingSpace = false;
+        }
+        out += (c < 0x20 || c == 0x7F) ? '?' : ch;
+    }
+    return out;
+}
+
+size_t displayWidth(std::string_view text) {
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+        return !isContinuation(static_cast<unsigned char>(c));
+    }));
+}
+
+std::string fitWidth(std::string_view text, size_t width) {
+    if (displayWidth(text) <= width) {
+        return std::string(text);
+    }
+    if (width < 3) {
+        return std::string(text.substr(0, prefixBytes(text, width)));
+    }
+    return std::string(text.substr(0, prefixBytes(text, width - 3))) + "...";
+}
+
+std::string column(std::string_view text, size_t width, bool rightAlign) {
+    std::string fitted = fitWidth(text, width);
+    std::string pad(width - displayWidth(fitted), ' ');
+    return rightAlign ? pad + fitted : fitted + pad;
+}
+
+std::vector<std::string> wrapText(std::string_view text, size_t width, size_t indent) {
+    std::vector<std::string> lines;
+    if (width <= indent + 1) {
+        indent = 0; // no room to indent: better flush left than an endless loop
+    }
+    width = std::max<size_t>(width, 1);
+    std::string line;
+    auto room = [&] { return lines.empty() ? width : width - indent; };
+    auto flush = [&] {
+        lines.push_back(lines.empty() ? line : std::string(indent, ' ') + line);
+        line.clear();
+    };
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t end = text.find(' ', pos);
+        std::string_view word =
+            text.substr(pos, end == std::string_view::npos ? std::string_view::npos : end - pos);
+        pos = end == std::string_view::npos ? text.size() : end + 1;
+        if (word.empty()) {
+            continue;
+        }
+        if (!line.empty()) {
+            if (displayWidth(line) + 1 + displayWidth(word) <= room()) {
+                line += ' ';
+                line += word;
+                continue;
+            }
+            flush();
+        }
+        // A word longer than a whole line is cut into line-sized pieces.
+        while (displayWidth(word) > room()) {
+            size_t cut = prefixBytes(word, room());
+            line = std::string(word.substr(0, cut));
+            flush();
+            word.remove_prefix(cut);
+        }
+        line = std::string(word);
+    }
+    if (!line.empty() || lines.empty()) {
+        flush();
+    }
+    return lines;
+}
+
+std::string displayTimestamp(std::string_view cim) {
+    if (cim.size() < 14 ||
+        !std::all_of(cim.begin(), cim.begin() + 14, [](char c) { return c >= '0' && c <= '9'; })) {
+        return std::string(cim);
+    }
+    std::string s(cim.substr(0, 14));
+    return s.substr(0, 4) + "-" + s.substr(4, 2) + "-" + s.substr(6, 2) + " " + s.substr(8, 2) +
+           ":" + s.substr(10, 2) + ":" + s.substr(12, 2);
+}
+
+std::string hexBytes(const std::vector<uint8_t>& bytes) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(bytes.size() * 3);
+    for (uint8_t b : bytes) {
+        if (!out.empty()) {
+            out += ' ';
+        }
+        out += digits[b >> 4];
+        out += digits[b & 0x0F];
+    }
+    return out;
+}
+
+std::string propertyText(const host::Property& property) {
+    return property.kind == host::PropertyKind::Bytes ? hexBytes(property.bytes) : property.text;
+}
+
+std::string csvField(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+        return std::string(text);
+    }
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"') {
+            out += '"';
+        }
+        out += c;
+    }
+    out += '"';
+    return out;
+}
+
+// ---- jsonl -----------------------------------------------------------------------
+
+void JsonlWriter::write(const host::Instance& instance) {
+    nlohmann::ordered_json props = nlohmann::ordered_json::object();
+    for (const host::Property& p : instance.properties) {
+        if (p.kind == host::PropertyKind::Bytes) {
+            props[p.name] = p.bytes; // numbers, not a string
+        } else {
+            props[p.name] = p.text;
+        }
+    }
+    nlohmann::ordered_json line = nlohmann::ordered_json::object();
+    line["class"] = instance.className;
+    line["properties"] = std::move(props);
+    // BMC texts are 8-bit and need not be UTF-8: replace what is not rather
+    // than lose the whole record to an exception.
+    out_ << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+// ---- table -----------------------------------------------------------------------
+
+TableWriter::TableWriter(std::ostream& out, size_t width) : out_(out), width_(width) {}
+
+void TableWriter::write(const host::Instance& instance) {
+    if (instance.className == kLogRecordClass) {
+        writeLogRecord(instance);
+    } else {
+        writeOther(instance);
+    }
+}
+
+void TableWriter::writeLogRecord(const host::Instance& instance) {
+    size_t messageWidth =
+        width_ > fixedWidth() + kMinMessageWidth ? width_ - fixedWidth() : kMinMessageWidth;
+    if (!inLogTable_) {
+        if (wroteAnything_) {
+            out_ << '\n';
+        }
+        std::string header;
+        for (const Column& c : kColumns) {
+            header += column(c.header, c.width, false) + kSeparator;
+        }
+        out_ << header << "Message\n";
+        inLogTable_ = true;
+    }
+    const std::string cells[] = {
+        instance.get("SourceNode"),
+        instance.get("RecordID"),
+        displayTimestamp(instance.get("MessageTimestamp")),
+        instance.get("SensorType"),
+        instance.get("SensorInformation"),
+    };
+    std::string line;
+    for (size_t i = 0; i < std::size(kColumns); ++i) {
+        std::string text = foldWhitespace(cells[i]);
+        // Numbers are never cut: a wider one shifts its line, a cut one would lie.
+        line += kColumns[i].right && displayWidth(text) > kColumns[i].width
+                    ? text
+                    : column(text, kColumns[i].width, kColumns[i].right);
+        line += kSeparator;
+    }
+    line += fitWidth(foldWhitespace(instance.get("Message")), messageWidth);
+    out_ << line << '\n';
+    wroteAnything_ = true;
+}
+
+void TableWriter::writeOther(const host::Instance& instance) {
+    if (inLogTable_) {
+        out_ << '\n';
+        inLogTable_ = false;
+    }
+    std::string text = instance.className + ":";
+    bool first = true;
+    for (const host::Property& p : instance.properties) {
+        std::string value = foldWhitespace(propertyText(p));
+        if (isBoilerplate(p.name) || value.empty()) {
+            continue;
+        }
+        text += first ? " " : ", ";
+        text += p.name + "=" + value;
+        first = false;
+    }
+    for (const std::string& line : wrapText(text, width_, 4)) {
+        out_ << line << '\n';
+    }
+    wroteAnything_ = true;
+}
+
+// ---- csv -------------------------------------------------------------------------
+
+void CsvWriter::write(const host::Instance& instance) {
+    auto [it, fresh] = columns_.try_emplace(instance.className);
+    std::vector<std::string>& header = it->second;
+    bool grew = false;
+    if (fresh) {
+        if (instance.className == kLogRecordClass) {
+            header = logRecordColumns();
+        }
+    }
+    // A property the header does not have yet widens it and starts a new
+    // section, so nothing an instance carries is ever left out.
+    for (const host::Property& p : instance.properties) {
+        if (std::find(header.begin(), header.end(), p.name) == header.end()) {
+            header.push_back(p.name);
+            grew = true;
+        }
+    }
+    if (fresh || grew || instance.className != currentClass_) {
+        if (wroteAnything_) {
+            out_ << "\r\n";
+        }
+        for (size_t i = 0; i < header.size(); ++i) {
+            out_ << (i ? "," : "") << csvField(header[i]);
+        }
+        out_ << "\r\n";
+        currentClass_ = instance.className;
+    }
+    for (size_t i = 0; i < header.size(); ++i) {
+        const host::Property* p = instance.find(header[i]);
+        out_ << (i ? "," : "") << (p ? csvField(propertyText(*p)) : std::string());
+    }
+    out_ << "\r\n";
+    wroteAnything_ = true;
+}
+
+std::unique_ptr<InstanceWriter> makeWriter(Format format, std::ostream& out, size_t width) {
+    switch (format) {
+    case Format::Table:
+        return std::make_unique<TableWriter>(out, width);
+    case Format::Csv:
+        return std::make_unique<CsvWriter>(out);
+    case Format::Jsonl:
+        break;
+    }
+    return std::make_unique<JsonlWriter>(out);
+}
+
+} // namespace ipmisel::collector
