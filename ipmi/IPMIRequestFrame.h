@@ -60,5 +60,8 @@ class IPMIRequestFrame {
 // (clamped to the buffer's capacity), cut at 255 characters, then "\n" under
 // the same limit.
 std::string RenderResponse(const uint8_t* buf, size_t capacity, int32_t length);
+// The same from byte `first` instead of byte 8; the end (8 + length) does not
+// move, so a start past the end renders nothing but the "\n".
+std::string RenderResponseFrom(const uint8_t* buf, size_t capacity, size_t first, int32_t length);
 
 } // namespace ipmisel

@@ -10,6 +10,18 @@
 
 namespace ipmisel {
 
+// Where each piece of a record's text sits in its block, and how wide it is.
+// A piece may fill its width with no terminator: read it with its width.
+enum {
+    SDRHeaderOffset = 0,
+    SDRHeaderTextSize = 64,
+    SDRUnitsOffset = 64,
+    SDRUnitsTextSize = 96,
+    SDRStringOffset = 160,
+    SDRStringTextSize = 64,
+    SDRTextBlockSize = 224,
+};
+
 // One sensor record's pieces: header text at 0 (64), units at 64 (96), ID
 // string at 160 (64).
 struct SDRTextBlock {

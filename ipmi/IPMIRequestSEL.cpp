@@ -1,0 +1,166 @@
+#include "ipmi/IPMIRequestSEL.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "ipmi/SeenRecordIDs.h"
+#include "plugin/log.h"
+#include "plugin/text.h"
+
+namespace ipmisel {
+
+namespace {
+
+constexpr uint8_t kNetFnStorage = 0x0A;
+constexpr uint8_t kCmdGetSELInfo = 0x40;
+constexpr uint8_t kCmdGetSELEntry = 0x43;
+constexpr unsigned kIPMIVersion = 0x51;
+constexpr uint8_t kEndMarkHigh = 0xFF;
+
+constexpr const char* kSELInfoSubject = "system event log info";
+constexpr const char* kSELEntrySubject = "system event log entry";
+
+// cc, next record ID low and high from a Get SEL Entry text. A text too
+// short to hold the next record ID reads as the end mark, so a truncated
+// answer ends the walk instead of sending it back to the first record.
+void ScanNextRecordID(const std::string& text, uint8_t next[2]) {
+    unsigned cc = 0, low = kEndMarkHigh, high = kEndMarkHigh;
+    std::sscanf(text.c_str(), "%x %x %x", &cc, &low, &high);
+    next[0] = static_cast<uint8_t>(high);
+    next[1] = static_cast<uint8_t>(low);
+}
+
+} // namespace
+
+size_t SELSlotBytes(uint64_t count) {
+    const uint64_t most = SIZE_MAX / sizeof(SELEntryText);
+    if (count > most) {
+        return SIZE_MAX;
+    }
+    return static_cast<size_t>(count) * sizeof(SELEntryText);
+}
+
+int IPMIRequestSEL::IPMIGetSELInfo(uint32_t& count) {
+    Log(SevTrace, "IPMIRequestSEL::IPMIGetSELInfo() entered.");
+    count = 0;
+
+    Prepare(kNetFnStorage, kCmdGetSELInfo, nullptr, 0);
+    LogRequest();
+
+    if (!Send()) {
+        Log(SevError, "Failure in sending command to obtain SEL info.");
+        return 1;
+    }
+    // Held for the whole call, as every request keeps its message.
+    std::string message;
+    if (CompletionCode() != 0) {
+        message = ComposeIPMIError(kSELInfoSubject, SELCompletionCodeText(CompletionCode()));
+        Log(SevFailure, message);
+        return 1;
+    }
+
+    const std::string text = ResponseText();
+    Log(SevTrace, "IPMIGetSELInfo::tempbuf = " + text);
+
+    // cc, version, entries low, entries high, then free space, time stamps
+    // and operation support, which nothing here needs.
+    unsigned cc = 0, version = 0, low = 0, high = 0, spare = 0;
+    int scanned = std::sscanf(text.c_str(), "%x %x %x %x %x %x %x %x %x %x %x %x %x %x %x", &cc,
+                              &version, &low, &high, &spare, &spare, &spare, &spare, &spare, &spare,
+                              &spare, &spare, &spare, &spare, &spare);
+    if (scanned == EOF) {
+        Log(SevError, "Error in reading data for SEL information.");
+        return 1;
+    }
+    if (version != kIPMIVersion) {
+        Log(SevError, "The SEL Version does not match the Current IPMI Version\n");
+        return 1;
+    }
+
+    count = (high & 0xFF) * 256 + (low & 0xFF);
+    LogF(SevTrace, "IPMIGetSELInfo::num_SELentries = %u", static_cast<unsigned>(count));
+    Log(SevTrace, "IPMIRequestSEL::IPMIGetSELInfo() completed.");
+    return 0;
+}
+
+int IPMIRequestSEL::IPMIGetSELEntry(SELEntryText* slots, uint32_t maxSlots) {
+    Log(SevTrace, "IPMIRequestSEL::IPMIGetSELEntry() entered.");
+    if (slots == nullptr) {
+        maxSlots = 0;
+    }
+
+    SeenRecordIDs seen;
+    // Record ID 0000h means "the first record": a BMC pointing back at it is
+    // going round in a circle too.
+    seen.Mark(0x0000);
+
+    // No reservation (whole records only), record ID low/high, offset 0,
+    // FFh bytes: the entire record.
+    auto request = [this]() {
+        const uint8_t data[6] = {0x00, 0x00, nextRecordID[1], nextRecordID[0], 0x00, 0xFF};
+        Prepare(kNetFnStorage, kCmdGetSELEntry, data, sizeof data);
+    };
+    // The rendered answer cut to a slot: 57 characters, the "\n" falls off.
+    auto toSlot = [this](SELEntryText& slot) {
+        TextCopy(slot.text, sizeof slot.text, ResponseText().c_str());
+    };
+
+    std::string message;
+    seen.Mark(SeenRecordIDs::Join(nextRecordID[0], nextRecordID[1]));
+    request();
+    if (!Send()) {
+        Log(SevError, "Failure in sending command to obtain SEL Entry.");
+        return 1;
+    }
+    if (CompletionCode() != 0) {
+        message = ComposeIPMIError(kSELEntrySubject, SELCompletionCodeText(CompletionCode()));
+        Log(SevFailure, message);
+        return 1;
+    }
+
+    SELEntryText entry;
+    toSlot(entry);
+    // Slot 0 only when the caller has one: Get SEL Info may have said the log
+    // is empty while the BMC still answers with a record.
+    if (maxSlots > 0) {
+        slots[0] = entry;
+    }
+    Log(SevTrace, std::string("buffer[0].data = ") + entry.text);
+    ScanNextRecordID(ResponseText(), nextRecordID);
+
+    // Only the high byte marks the end: FF00h..FFFFh all end the log.
+    uint32_t counter = 0;
+    while (nextRecordID[0] != kEndMarkHigh) {
+        const uint16_t id = SeenRecordIDs::Join(nextRecordID[0], nextRecordID[1]);
+        if (seen.Mark(id)) {
+            LogF(SevFailure, "SEL walk stopped: record ID %04Xh was already read.", id);
+            break;
+        }
+        ++counter;
+        request();
+        if (!Send()) {
+            // Kept as a quiet end of the walk: what was read stays good.
+            Log(SevTrace, "Failure in sending command to obtain SEL entry.\n");
+            break;
+        }
+        if (CompletionCode() != 0) {
+            message = ComposeIPMIError(kSELEntrySubject, SELCompletionCodeText(CompletionCode()));
+            Log(SevFailure, message);
+            return 1;
+        }
+        toSlot(entry);
+        // Entries past the slots Get SEL Info asked for are read and logged
+        // but not kept; the walk still goes on to the end of the log.
+        if (counter < maxSlots) {
+            slots[counter] = entry;
+        }
+        LogF(SevTrace, "buffer[%u].data = %s", static_cast<unsigned>(counter), entry.text);
+        ScanNextRecordID(ResponseText(), nextRecordID);
+    }
+
+    Log(SevTrace, "IPMIRequestSEL::IPMIGetSELEntry() completed.");
+    return 0;
+}
+
+} // namespace ipmisel
