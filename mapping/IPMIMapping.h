@@ -23,11 +23,11 @@ class IPMIMapping {
     int GetINIStringById(TCPluginCallbacks* cb, int32_t id, char* out, int32_t size);
 
     // Appends the threshold text to what out already holds.
-    void GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t ed2, uint8_t ed3,
-                            char* out, uint32_t size, const SensorConversion& sdr);
+    void GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t ed2, uint8_t ed3, char* out,
+                            uint32_t size, const SensorConversion& sdr);
     // Overwrites out with the converted value and its units.
-    void GetSensorUnits(TCPluginCallbacks* cb, const SensorConversion& sdr, uint8_t raw,
-                        char* out, uint32_t size);
+    void GetSensorUnits(TCPluginCallbacks* cb, const SensorConversion& sdr, uint8_t raw, char* out,
+                        uint32_t size);
     // Event/reading type 6Fh; appends to out.
     void GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uint8_t ed1, uint8_t ed2,
                          uint8_t ed3, uint8_t eventType, char* out, uint32_t size,

@@ -1,0 +1,333 @@
+// Sensor-type names, the message-file lookup, threshold events and the
+// conversion of readings into engineering units.
+#include "mapping/IPMIMapping.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "mapping/MessageFile.h"
+#include "plugin/log.h"
+#include "plugin/text.h"
+
+namespace ipmisel {
+
+namespace {
+
+// Names by sensor type code 00h..2Dh. The wording (and "Managment") is the one
+// operators know from earlier releases of this plug-in; 2Dh is never reached.
+const char* const kSensorTypeNames[46] = {
+    "Unknown Sensor Type",
+    "Temperature",
+    "Voltage",
+    "Current",
+    "Fan",
+    "Physical Security (Chassis Intrusion)",
+    "Platform Security Violation Attempt",
+    "Processor",
+    "Power Supply",
+    "Power Unit",
+    "Cooling Device",
+    "Other Units-based Sensor",
+    "Memory",
+    "Drive Slot (Bay)",
+    "POST Memory Resize",
+    "System Firmware Progress",
+    "Event Logging Disabled",
+    "Watchdog 1",
+    "System Event",
+    "Critical Interrupt",
+    "Button",
+    "Module/Board",
+    "Microcontroller/Coprocessor",
+    "Add-in Card",
+    "Chassis",
+    "Chip Set",
+    "Other FRU",
+    "Cable/Interconnect",
+    "Terminator",
+    "System Boot Initiated",
+    "Boot Error",
+    "OS Boot",
+    "OS Critical Stop",
+    "Slot/Connector",
+    "System ACPI Power State",
+    "Watchdog 2",
+    "Platform Alert",
+    "Entity Presence",
+    "Monitor ASIC/IC",
+    "LAN",
+    "Managment Subsystem Health",
+    "Battery",
+    "Session Audit",
+    "Version Change",
+    "FRU State",
+    "Reserved",
+};
+
+// OEM drive sensors (types C1h and D1h) by sensor number.
+struct OemDriveName {
+    uint8_t first;
+    uint8_t last;
+    const char* name;
+};
+const OemDriveName kOemDriveNames[] = {
+    {0x60, 0x67, "Drive Status"},   {0x94, 0x94, "CPU 1 Mismatch"}, {0x95, 0x95, "CPU 2 Mismatch"},
+    {0x96, 0x96, "CPU 3 Mismatch"}, {0x97, 0x97, "CPU 4 Mismatch"},
+};
+
+const char kFifteenSpaces[] = "               ";
+
+// The OEM reading of a threshold event's byte 3: pairs of DIMMs.
+struct DimmName {
+    uint8_t code;
+    const char* name;
+};
+const DimmName kDimmNames[] = {
+    {0x00, "DIMM_00."}, {0x01, "DIMM_01."}, {0x04, "DIMM_10."}, {0x05, "DIMM_11."},
+    {0x08, "DIMM_20."}, {0x09, "DIMM_21."}, {0x0C, "DIMM_30."}, {0x0D, "DIMM_31."},
+};
+
+const char* dimmName(uint8_t code) {
+    for (const DimmName& d : kDimmNames) {
+        if (d.code == code) {
+            return d.name;
+        }
+    }
+    return "";
+}
+
+// Sign extension as the stored fields are handled: any bit above the field's
+// sign bit set means "negative", and the field's range is taken off in 16 bits.
+int16_t extend10(uint16_t stored) {
+    return static_cast<int16_t>((stored & 0xFE00) != 0 ? static_cast<uint16_t>(stored - 0x400)
+                                                       : stored);
+}
+int16_t extend4(uint16_t stored) {
+    return static_cast<int16_t>((stored & 0xFFF8) != 0 ? static_cast<uint16_t>(stored - 0x10)
+                                                       : stored);
+}
+
+double powerOfTen(int exponent) {
+    return exponent > 0 ? std::pow(10.0, exponent) : 1.0 / std::pow(10.0, -exponent);
+}
+
+void lookupOrLog(IPMIMapping& m, TCPluginCallbacks* cb, int32_t id, char* out, int32_t size) {
+    if (m.GetINIStringById(cb, id, out, size) != 0) {
+        Log(SevError, "Error in obtaining string.");
+    }
+}
+
+} // namespace
+
+int IPMIMapping::GetSensorType(TCPluginCallbacks* /*cb*/, uint8_t sensorType, char* out,
+                               int32_t size, uint8_t sensorNumber) {
+    Log(SevTrace, "IPMIMapping::GetSensorType() function entered.");
+    size_t bound = size > 0 ? static_cast<size_t>(size) : 0;
+    if (sensorType >= 0x01 && sensorType <= 0x2C) {
+        TextCopy(out, bound, kSensorTypeNames[sensorType]);
+    } else {
+        const char* name = kSensorTypeNames[0];
+        if (sensorType == 0xC1 || sensorType == 0xD1) {
+            name = "Drive/Slot Status";
+            for (const OemDriveName& d : kOemDriveNames) {
+                if (sensorNumber >= d.first && sensorNumber <= d.last) {
+                    name = d.name;
+                }
+            }
+        } else if (sensorType == 0xD0) {
+            name = "SEL Fullness";
+        }
+        TextFormat(out, bound, "%s", name);
+    }
+    Log(SevTrace, "IPMIMapping::GetSensorType() function completed.");
+    return 0;
+}
+
+int IPMIMapping::GetOnesComplement(TCPluginCallbacks* /*cb*/, int8_t value, char* out,
+                                   int32_t size) {
+    size_t bound = size > 0 ? static_cast<size_t>(size) : 0;
+    if (value >= 0) {
+        TextFormat(out, bound, "%d", static_cast<int>(value));
+    } else {
+        // 1's complement: the magnitude is the inverted bits, and FFh is the
+        // negative zero, printed "-0".
+        TextFormat(out, bound, "-%d", ~static_cast<int>(value));
+    }
+    Log(SevTrace, "IPMIMapping::GetOnesComplement() function completed.");
+    return 0;
+}
+
+int IPMIMapping::GetINIString(TCPluginCallbacks* cb, const std::string& key, char* out,
+                              int32_t size) {
+    if (size > 0) {
+        std::memset(out, 0, static_cast<size_t>(size));
+    }
+    const char* pluginPath = nullptr;
+    if (NOXAQSV20::fdrGetPluginPath(cb, &pluginPath) != NOXAQSV20::QSV_SUCCESS ||
+        pluginPath == nullptr) {
+        Log(SevError, "fdrGetPluginPath failed.");
+        return 1;
+    }
+    // The message file lies beside the plug-in, whose file name starts with
+    // "ipmisel": everything before the first occurrence is the folder.
+    const char* marker = std::strstr(pluginPath, "ipmisel");
+    if (marker == nullptr) {
+        Log(SevFailure, "Path not found for ipmisel INI file.");
+        return 1;
+    }
+    std::string iniPath(pluginPath, static_cast<size_t>(marker - pluginPath));
+    iniPath += "ipmisel.INI";
+
+    switch (message::Find(iniPath, key, out, size)) {
+    case message::Lookup::OpenFailed:
+        Log(SevFailure, "Can't open ipmisel INI file.");
+        return 1;
+    case message::Lookup::NoMatch:
+        return 1;
+    case message::Lookup::Found:
+        break;
+    }
+    if (size <= 0 || out[0] == '\0') {
+        Log(SevError, "Can't find data id '" + key + "'");
+        return 1;
+    }
+    return 0;
+}
+
+int IPMIMapping::GetINIStringById(TCPluginCallbacks* cb, int32_t id, char* out, int32_t size) {
+    return GetINIString(cb, std::to_string(id), out, size);
+}
+
+void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t ed2, uint8_t ed3,
+                                     char* out, uint32_t size, const SensorConversion& sdr) {
+    Log(SevTrace, "IPMIMapping::GetThresholdOffset() function entered.");
+    char text[256] = {};
+    char value[128] = {};
+
+    uint8_t offset = ed1 & 0x0F;
+    if (offset < 0x0C) {
+        lookupOrLog(*this, cb, 100 + offset, text, sizeof text);
+        TextAppend(text, sizeof text, ". ");
+        TextAppend(out, size, text);
+    }
+
+    // Byte 3 first, then the fifteen spaces, then byte 2: the order in which
+    // readers of earlier logs expect the lines.
+    text[0] = '\0';
+    switch ((ed1 >> 4) & 0x03) {
+    case 1:
+        GetSensorUnits(cb, sdr, ed3, value, sizeof value);
+        TextFormat(text, sizeof text, "\n               Trigger threshold value: %s. \n", value);
+        break;
+    case 2:
+        TextFormat(text, sizeof text, "%s\n", dimmName(ed3));
+        break;
+    case 3:
+        TextFormat(text, sizeof text,
+                   "\n               Sensor-specific event extension code %02x. \n", ed3);
+        break;
+    default:
+        break;
+    }
+    TextAppend(out, size, text);
+    TextAppend(out, size, kFifteenSpaces);
+
+    text[0] = '\0';
+    switch ((ed1 >> 6) & 0x03) {
+    case 1:
+        GetSensorUnits(cb, sdr, ed2, value, sizeof value);
+        TextFormat(text, sizeof text, "Trigger reading: %s.", value);
+        break;
+    case 2:
+        TextFormat(text, sizeof text, "OEM code %02x.", ed2);
+        break;
+    case 3:
+        TextFormat(text, sizeof text, "Sensor-specific event extension code %02x.", ed2);
+        break;
+    default:
+        break;
+    }
+    TextAppend(out, size, text);
+    Log(SevTrace, "IPMIMapping::GetThresholdOffset() function completed.");
+}
+
+void IPMIMapping::GetSensorUnits(TCPluginCallbacks* cb, const SensorConversion& sdr, uint8_t raw,
+                                 char* out, uint32_t size) {
+    float y = 0.0f;
+    double r = 0.0;
+    double b = 0.0;
+    if (sdr.RecordType == 0x01) {
+        Log(SevTrace, "SDRType is 1");
+        if (sdr.Linearization == 0x00) {
+            Log(SevTrace, "Linear sensor.");
+            int16_t m = extend10(sdr.M);
+            int16_t bb = extend10(sdr.B);
+            int16_t rexp = extend4(sdr.RExp);
+            int16_t bexp = extend4(sdr.BExp);
+            LogF(SevTrace,
+                 "Bexp = %d. FinalBexp = %d. Rexp = %d. FinalRexp = %d. B = %d. FinalB = %d. "
+                 "M = %d. FinalM = %d",
+                 static_cast<int16_t>(sdr.BExp), bexp, static_cast<int16_t>(sdr.RExp), rexp,
+                 static_cast<int16_t>(sdr.B), bb, static_cast<int16_t>(sdr.M), m);
+            r = powerOfTen(rexp);
+            b = bexp > 0 ? bb * std::pow(10.0, bexp) : bb / std::pow(10.0, -bexp);
+            int32_t product = static_cast<int32_t>(m) * static_cast<int32_t>(raw);
+            y = static_cast<float>((static_cast<double>(product) + b) * r);
+        }
+    }
+    // Single precision as it is printed; %g is a text stream's default form.
+    LogF(SevTrace, "Value = %d. Value1 = %g. Value2 = %g. FinalValue = %g", raw,
+         static_cast<double>(static_cast<float>(r)), static_cast<double>(static_cast<float>(b)),
+         static_cast<double>(y));
+    Log(SevTrace, "IPMIMapping::GetSensorUnits() function entered.");
+
+    // Only the unsigned format is converted; the signed formats show the raw
+    // byte as the BMC sent it.
+    switch ((sdr.SensorUnits1 >> 6) & 0x03) {
+    case 1: {
+        char ones[16] = {};
+        GetOnesComplement(cb, static_cast<int8_t>(raw), ones, sizeof ones);
+        TextFormat(out, size, "%s", ones);
+        break;
+    }
+    case 2:
+        TextFormat(out, size, "%d", static_cast<int>(static_cast<int8_t>(raw)));
+        break;
+    default:
+        TextFormat(out, size, "%.2f", static_cast<double>(y));
+        break;
+    }
+    if ((sdr.SensorUnits1 & 0x01) != 0) {
+        TextAppend(out, size, "%");
+    }
+    uint8_t rate = (sdr.SensorUnits1 >> 3) & 0x07;
+    if (rate != 0) {
+        char rateText[64];
+        lookupOrLog(*this, cb, 720 + rate, rateText, sizeof rateText);
+        TextAppendF(out, size, " %s", rateText);
+    }
+    char base[64];
+    char modifier[64];
+    switch ((sdr.SensorUnits1 >> 1) & 0x03) {
+    case 0:
+        lookupOrLog(*this, cb, 730 + sdr.BaseUnit, base, sizeof base);
+        TextAppendF(out, size, " %s", base);
+        break;
+    case 1:
+        lookupOrLog(*this, cb, 730 + sdr.BaseUnit, base, sizeof base);
+        lookupOrLog(*this, cb, 730 + sdr.ModifierUnit, modifier, sizeof modifier);
+        TextAppendF(out, size, " %s/%s", base, modifier);
+        break;
+    case 2:
+        lookupOrLog(*this, cb, 730 + sdr.BaseUnit, base, sizeof base);
+        lookupOrLog(*this, cb, 730 + sdr.ModifierUnit, modifier, sizeof modifier);
+        TextAppendF(out, size, " %s*%s", base, modifier);
+        break;
+    default:
+        TextAppend(out, size, " reserved units");
+        break;
+    }
+    Log(SevTrace, "IPMIMapping::GetSensorUnits() function completed.");
+}
+
+} // namespace ipmisel
