@@ -1,22 +1,523 @@
-// Placeholder so the tree links while the simulated BMC is being written.
+// The simulated BMC's command handling. It answers the storage, application
+// and OEM commands the collector sends with the semantics a real controller
+// has (record walks by next-record ID, reservations, read-count limits), so
+// the collector's code paths are exercised as they would be on a server.
 #include "host/sim/SimBmc.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "host/sim/Builders.h"
 
 namespace ipmisel::sim {
 
-Scenario loadScenarioFile(const std::string& path) {
-    throw ScenarioError(path + ": the simulated BMC is not built yet");
-}
-Scenario parseScenario(const std::string&, const std::string& origin) {
-    throw ScenarioError(origin + ": the simulated BMC is not built yet");
-}
-SimBmc::SimBmc(NodeSpec spec, std::string name) : spec_(std::move(spec)), name_(std::move(name)) {}
-host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
-    received_.push_back(request);
+namespace {
+
+constexpr uint8_t kNetfnApp = 0x06;
+constexpr uint8_t kNetfnStorage = 0x0A;
+constexpr uint8_t kNetfnOemGroup = 0x2E;
+
+constexpr uint8_t kCcInvalidCommand = 0xC1;
+constexpr uint8_t kCcReservation = 0xC5;
+constexpr uint8_t kCcLength = 0xC7;
+constexpr uint8_t kCcOutOfRange = 0xC9;
+constexpr uint8_t kCcCannotReturn = 0xCA;
+constexpr uint8_t kCcNotPresent = 0xCB;
+constexpr uint8_t kCcInvalidField = 0xCC;
+constexpr uint8_t kCcNakOnWrite = 0x83; // Master Write-Read: nobody answered the address
+
+// The SEL is reported as if it could hold this many records.
+constexpr size_t kSelCapacity = 4095;
+
+host::IpmiResponse ok(std::vector<uint8_t> data = {}) {
     host::IpmiResponse r;
     r.sent = true;
-    r.cc = 0xC1;
+    r.data = std::move(data);
     return r;
 }
-std::vector<std::shared_ptr<SimBmc>> applyScenario(const Scenario&, host::Config&) { return {}; }
+
+host::IpmiResponse fail(uint8_t cc) {
+    host::IpmiResponse r;
+    r.sent = true;
+    r.cc = cc;
+    return r;
+}
+
+void appendLe16(std::vector<uint8_t>& out, uint32_t v) {
+    out.push_back(static_cast<uint8_t>(v & 0xFF));
+    out.push_back(static_cast<uint8_t>((v >> 8) & 0xFF));
+}
+
+void appendLe32(std::vector<uint8_t>& out, uint32_t v) {
+    for (int i = 0; i < 4; ++i) {
+        out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    }
+}
+
+uint16_t le16(const std::vector<uint8_t>& d, size_t at) {
+    return static_cast<uint16_t>(d[at] | d[at + 1] << 8);
+}
+
+uint16_t recordId(const std::vector<uint8_t>& record) {
+    return record.size() >= 2 ? le16(record, 0) : 0;
+}
+
+std::vector<uint8_t> defaultDeviceId() {
+    // Device 20h rev 1, firmware 1.00, IPMI 2.0, the usual device support bits,
+    // manufacturer 00A3C1h, product 0000h, no auxiliary revision.
+    return {0x20, 0x01, 0x01, 0x00, 0x02, 0xBF, 0xC1, 0xA3,
+            0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+}
+
+uint16_t nextReservation(uint16_t current) {
+    ++current;
+    return current == 0 ? 1 : current; // 0000h means "no reservation" on the wire
+}
+
+std::vector<uint8_t> requestKey(const host::IpmiRequest& r) {
+    std::vector<uint8_t> key{r.netfn, r.lun, r.cmd};
+    key.insert(key.end(), r.data.begin(), r.data.end());
+    return key;
+}
+
+} // namespace
+
+SimBmc::SimBmc(NodeSpec spec, std::string name) : spec_(std::move(spec)), name_(std::move(name)) {}
+
+uint32_t SimBmc::requestCount(uint8_t netfn, uint8_t cmd) const {
+    auto it = seen_.find({netfn, cmd});
+    return it == seen_.end() ? 0 : it->second;
+}
+
+host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
+    received_.push_back(request);
+    ++seen_[{request.netfn, request.cmd}];
+
+    // Every fault counts its own matching requests; the first one due fires.
+    faultHits_.resize(spec_.faults.size(), 0);
+    const Fault* due = nullptr;
+    for (size_t i = 0; i < spec_.faults.size(); ++i) {
+        const Fault& f = spec_.faults[i];
+        if (f.netfn != request.netfn || f.cmd != request.cmd ||
+            request.data.size() < f.data.size() ||
+            !std::equal(f.data.begin(), f.data.end(), request.data.begin())) {
+            continue;
+        }
+        uint32_t hits = ++faultHits_[i];
+        if (!due && (hits == f.nth || (f.repeat && hits > f.nth))) {
+            due = &f;
+        }
+    }
+    if (due) {
+        switch (due->action) {
+        case Fault::Action::SendFailure:
+            return host::IpmiResponse{};
+        case Fault::Action::CompletionCode:
+            return fail(due->cc);
+        case Fault::Action::Truncate: {
+            // The BMC did the work; only the answer is cut on the way back.
+            host::IpmiResponse r =
+                spec_.transcript.empty() ? answer(request) : fromTranscript(request);
+            if (r.data.size() > due->truncateTo) {
+                r.data.resize(due->truncateTo);
+            }
+            return r;
+        }
+        }
+    }
+
+    for (const CannedAnswer& c : spec_.canned) {
+        if (c.netfn != request.netfn || c.cmd != request.cmd) {
+            continue;
+        }
+        bool match = c.prefix ? request.data.size() >= c.data.size() &&
+                                    std::equal(c.data.begin(), c.data.end(), request.data.begin())
+                              : request.data == c.data;
+        if (!match) {
+            continue;
+        }
+        if (c.sendFailure) {
+            return host::IpmiResponse{};
+        }
+        host::IpmiResponse r;
+        r.sent = true;
+        r.cc = c.cc;
+        r.data = c.response;
+        return r;
+    }
+
+    if (!spec_.transcript.empty()) {
+        return fromTranscript(request);
+    }
+    return answer(request);
+}
+
+host::IpmiResponse SimBmc::fromTranscript(const host::IpmiRequest& request) {
+    if (transcriptIndexed_ != spec_.transcript.size()) {
+        transcriptIndex_.clear();
+        transcriptUsed_.clear();
+        for (size_t i = 0; i < spec_.transcript.size(); ++i) {
+            const TranscriptEntry& t = spec_.transcript[i];
+            std::vector<uint8_t> key{t.netfn, t.lun, t.cmd};
+            key.insert(key.end(), t.data.begin(), t.data.end());
+            transcriptIndex_[key].push_back(i);
+        }
+        transcriptIndexed_ = spec_.transcript.size();
+    }
+    auto key = requestKey(request);
+    auto it = transcriptIndex_.find(key);
+    if (it == transcriptIndex_.end()) {
+        return fail(kCcInvalidCommand);
+    }
+    // The k-th identical request gets the k-th recorded answer; once they
+    // run out the last one stands, as a BMC would answer it again.
+    size_t& used = transcriptUsed_[key];
+    size_t pick = std::min(used, it->second.size() - 1);
+    ++used;
+    const TranscriptEntry& t = spec_.transcript[it->second[pick]];
+    if (t.sendFailure) {
+        return host::IpmiResponse{};
+    }
+    host::IpmiResponse r;
+    r.sent = true;
+    r.cc = t.cc;
+    r.data = t.response;
+    return r;
+}
+
+long SimBmc::findRecord(const std::vector<std::vector<uint8_t>>& records,
+                        std::map<uint16_t, size_t>& index, uint16_t id) {
+    if (records.empty()) {
+        return -1;
+    }
+    if (id == 0x0000) {
+        return 0;
+    }
+    if (id == 0xFFFF) {
+        return static_cast<long>(records.size() - 1);
+    }
+    // The index is rebuilt whenever it no longer matches the records (a test
+    // may change spec() between requests); the first record with an ID wins.
+    auto lookup = [&]() -> long {
+        auto it = index.find(id);
+        if (it != index.end() && it->second < records.size() &&
+            recordId(records[it->second]) == id) {
+            return static_cast<long>(it->second);
+        }
+        return -1;
+    };
+    long pos = lookup();
+    if (pos >= 0 && index.size() <= records.size()) {
+        return pos;
+    }
+    index.clear();
+    for (size_t i = records.size(); i-- > 0;) {
+        index[recordId(records[i])] = i;
+    }
+    return lookup();
+}
+
+host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
+    using Handler = host::IpmiResponse (SimBmc::*)(const host::IpmiRequest&);
+    struct Command {
+        uint8_t netfn;
+        uint8_t cmd;
+        Handler handler;
+    };
+    static const Command commands[] = {
+        {kNetfnApp, 0x52, &SimBmc::masterWriteRead},  {kNetfnStorage, 0x11, &SimBmc::readFru},
+        {kNetfnStorage, 0x23, &SimBmc::getSdr},       {kNetfnStorage, 0x43, &SimBmc::getSelEntry},
+        {kNetfnStorage, 0x5A, &SimBmc::auxLogStatus}, {kNetfnOemGroup, 0x93, &SimBmc::auxLogRead},
+    };
+    for (const Command& c : commands) {
+        if (c.netfn == request.netfn && c.cmd == request.cmd) {
+            return (this->*c.handler)(request);
+        }
+    }
+
+    const auto& d = request.data;
+    if (request.netfn == kNetfnApp && request.cmd == 0x01) { // Get Device ID
+        return ok(spec_.deviceId.empty() ? defaultDeviceId() : spec_.deviceId);
+    }
+    if (request.netfn != kNetfnStorage) {
+        return fail(kCcInvalidCommand);
+    }
+    switch (request.cmd) {
+    case 0x40: { // Get SEL Info
+        size_t n = spec_.selRecords.size();
+        uint32_t count =
+            spec_.selReportedCount.value_or(static_cast<uint16_t>(std::min<size_t>(n, 0xFFFF)));
+        uint32_t lastAdd = 0;
+        for (const auto& r : spec_.selRecords) {
+            if (r.size() >= 7 && r[2] < 0xE0) {
+                lastAdd = std::max<uint32_t>(lastAdd,
+                                             static_cast<uint32_t>(r[3] | r[4] << 8 | r[5] << 16) |
+                                                 static_cast<uint32_t>(r[6]) << 24);
+            }
+        }
+        std::vector<uint8_t> out{spec_.selVersion};
+        appendLe16(out, count);
+        appendLe16(out, n < kSelCapacity ? static_cast<uint32_t>((kSelCapacity - n) * 16) : 0);
+        appendLe32(out, lastAdd);
+        appendLe32(out, 0);
+        out.push_back(0x02); // Reserve SEL supported
+        return ok(out);
+    }
+    case 0x42: { // Reserve SEL
+        selReservation_ = nextReservation(selReservation_);
+        std::vector<uint8_t> out;
+        appendLe16(out, selReservation_);
+        return ok(out);
+    }
+    case 0x48: { // Get SEL Time
+        uint32_t t = spec_.selTimeNow ? static_cast<uint32_t>(std::time(nullptr)) : spec_.selTime;
+        std::vector<uint8_t> out;
+        appendLe32(out, t);
+        return ok(out);
+    }
+    case 0x20: { // Get SDR Repository Info
+        size_t bytes = 0;
+        for (const auto& r : spec_.sdrRecords) {
+            bytes += r.size();
+        }
+        std::vector<uint8_t> out{spec_.sdrVersion};
+        appendLe16(out, static_cast<uint32_t>(std::min<size_t>(spec_.sdrRecords.size(), 0xFFFF)));
+        appendLe16(out, bytes < 0xFFFE ? static_cast<uint32_t>(0xFFFE - bytes) : 0);
+        appendLe32(out, 0);
+        appendLe32(out, 0);
+        out.push_back(0x22); // non-modal update, Reserve SDR Repository supported
+        return ok(out);
+    }
+    case 0x22: // Reserve SDR Repository
+        reservation_ = nextReservation(reservation_);
+        sdrReadsSinceReserve_ = 0;
+        return ok(
+            {static_cast<uint8_t>(reservation_ & 0xFF), static_cast<uint8_t>(reservation_ >> 8)});
+    case 0x10: { // Get FRU Inventory Area Info
+        if (d.size() != 1) {
+            return fail(kCcLength);
+        }
+        auto it = spec_.fru.find(d[0]);
+        if (it == spec_.fru.end()) {
+            return fail(kCcNotPresent);
+        }
+        std::vector<uint8_t> out;
+        appendLe16(out, static_cast<uint32_t>(std::min<size_t>(it->second.size(), 0xFFFF)));
+        out.push_back(0x00); // accessed by bytes
+        return ok(out);
+    }
+    default:
+        return fail(kCcInvalidCommand);
+    }
+}
+
+host::IpmiResponse SimBmc::getSelEntry(const host::IpmiRequest& request) {
+    const auto& d = request.data;
+    if (d.size() != 6) {
+        return fail(kCcLength);
+    }
+    uint16_t reservation = le16(d, 0);
+    uint16_t id = le16(d, 2);
+    uint8_t offset = d[4];
+    uint8_t count = d[5];
+    // Whole-record reads need no reservation; partial ones need the current one.
+    if (offset != 0 && (reservation == 0 || reservation != selReservation_)) {
+        return fail(kCcReservation);
+    }
+    long pos = findRecord(spec_.selRecords, selIndex_, id);
+    if (pos < 0) {
+        return fail(kCcNotPresent);
+    }
+    const auto& rec = spec_.selRecords[static_cast<size_t>(pos)];
+    if (offset > rec.size()) {
+        return fail(kCcOutOfRange);
+    }
+    size_t rest = rec.size() - offset;
+    size_t n = count == 0xFF ? rest : std::min<size_t>(count, rest);
+    size_t next = static_cast<size_t>(pos) + 1;
+    std::vector<uint8_t> out;
+    appendLe16(out, next < spec_.selRecords.size() ? recordId(spec_.selRecords[next]) : 0xFFFF);
+    out.insert(out.end(), rec.begin() + offset, rec.begin() + static_cast<long>(offset + n));
+    return ok(out);
+}
+
+host::IpmiResponse SimBmc::getSdr(const host::IpmiRequest& request) {
+    const auto& d = request.data;
+    if (d.size() != 6) {
+        return fail(kCcLength);
+    }
+    uint16_t reservation = le16(d, 0);
+    uint16_t id = le16(d, 2);
+    uint8_t offset = d[4];
+    uint8_t count = d[5];
+    ++sdrReadsSinceReserve_;
+    if (offset != 0) {
+        bool expired = spec_.sdrReservationLifetime != 0 &&
+                       sdrReadsSinceReserve_ > spec_.sdrReservationLifetime;
+        if (expired) {
+            reservation_ = 0; // cancelled: only a new Reserve SDR Repository helps
+        }
+        if (reservation_ == 0 || reservation != reservation_) {
+            return fail(kCcReservation);
+        }
+    }
+    long pos = findRecord(spec_.sdrRecords, sdrIndex_, id);
+    if (pos < 0) {
+        return fail(kCcNotPresent);
+    }
+    const auto& rec = spec_.sdrRecords[static_cast<size_t>(pos)];
+    if (offset > rec.size()) {
+        return fail(kCcOutOfRange);
+    }
+    size_t rest = rec.size() - offset;
+    // The limit is on what was asked for ("rest of record" included), as a
+    // controller with a fixed response buffer checks it.
+    size_t asked = count == 0xFF ? rest : count;
+    if (asked > spec_.sdrMaxReadCount) {
+        return fail(kCcCannotReturn);
+    }
+    size_t n = std::min(asked, rest);
+    size_t next = static_cast<size_t>(pos) + 1;
+    std::vector<uint8_t> out;
+    appendLe16(out, next < spec_.sdrRecords.size() ? recordId(spec_.sdrRecords[next]) : 0xFFFF);
+    out.insert(out.end(), rec.begin() + offset, rec.begin() + static_cast<long>(offset + n));
+    return ok(out);
+}
+
+host::IpmiResponse SimBmc::readFru(const host::IpmiRequest& request) {
+    const auto& d = request.data;
+    if (d.size() != 4) {
+        return fail(kCcLength);
+    }
+    auto it = spec_.fru.find(d[0]);
+    if (it == spec_.fru.end()) {
+        return fail(kCcNotPresent);
+    }
+    size_t offset = le16(d, 1);
+    uint8_t count = d[3];
+    if (count > spec_.fruMaxReadCount) {
+        return fail(kCcCannotReturn);
+    }
+    const auto& bytes = it->second;
+    if (count != 0 && offset >= bytes.size()) {
+        return fail(kCcOutOfRange);
+    }
+    size_t n = std::min<size_t>(count, bytes.size() - std::min(offset, bytes.size()));
+    std::vector<uint8_t> out{static_cast<uint8_t>(n)};
+    out.insert(out.end(), bytes.begin() + static_cast<long>(offset),
+               bytes.begin() + static_cast<long>(offset + n));
+    return ok(out);
+}
+
+host::IpmiResponse SimBmc::masterWriteRead(const host::IpmiRequest& request) {
+    const auto& d = request.data;
+    if (d.size() < 3) {
+        return fail(kCcLength);
+    }
+    std::pair<uint8_t, uint8_t> device{d[0], d[1]};
+    auto it = spec_.i2c.find(device);
+    if (it == spec_.i2c.end()) {
+        return fail(kCcNakOnWrite);
+    }
+    // A register device: the first byte written selects the register, further
+    // bytes are stored from there on; reads continue from the selected one.
+    auto& regs = it->second;
+    uint8_t& pointer = i2cPointer_[device];
+    for (size_t i = 3; i < d.size(); ++i) {
+        if (i == 3) {
+            pointer = d[i];
+            continue;
+        }
+        if (pointer >= regs.size()) {
+            regs.resize(static_cast<size_t>(pointer) + 1, 0xFF);
+        }
+        regs[pointer++] = d[i];
+    }
+    std::vector<uint8_t> out;
+    for (uint8_t i = 0; i < d[2]; ++i) {
+        out.push_back(pointer < regs.size() ? regs[pointer] : 0xFF);
+        ++pointer;
+    }
+    return ok(out);
+}
+
+host::IpmiResponse SimBmc::auxLogStatus(const host::IpmiRequest& request) {
+    if (!spec_.auxLogSupported && spec_.auxLog.empty()) {
+        return fail(kCcInvalidCommand);
+    }
+    if (request.data.size() != 1) {
+        return fail(kCcLength);
+    }
+    if (request.data[0] != 0x01) {
+        return fail(kCcInvalidField);
+    }
+    uint32_t count = spec_.auxLogReportedCount.value_or(
+        static_cast<uint16_t>(std::min<size_t>(spec_.auxLog.size(), 0xFFFF)));
+    std::vector<uint8_t> out{0xC1, 0xA3, 0x00};
+    appendLe32(out, spec_.auxLogTime);
+    appendLe16(out, count);
+    return ok(out);
+}
+
+host::IpmiResponse SimBmc::auxLogRead(const host::IpmiRequest& request) {
+    if (!spec_.auxLogSupported && spec_.auxLog.empty()) {
+        return fail(kCcInvalidCommand);
+    }
+    const auto& d = request.data;
+    if (d.size() != 9) {
+        return fail(kCcLength);
+    }
+    if (d[0] != 0xC1 || d[1] != 0xA3 || d[2] != 0x00) {
+        return fail(kCcInvalidField);
+    }
+    uint16_t number = le16(d, 3);
+    if (number == 0 || number > spec_.auxLog.size()) {
+        return fail(kCcNotPresent);
+    }
+    const auto& entry = spec_.auxLog[number - 1u].bytes;
+    size_t headerLen = std::min<size_t>(entry.size(), 10);
+    size_t bodyLen = entry.size() - headerLen;
+    size_t offset = d[5];
+    size_t length = d[7];
+    if (offset > bodyLen) {
+        return fail(kCcOutOfRange);
+    }
+    // A read at offset 0 answers with the entry's 10-byte header in front of
+    // the body bytes; later reads echo only the 3-byte manufacturer ID. The
+    // header begins with the manufacturer ID, so every answer starts with it.
+    std::vector<uint8_t> out;
+    if (offset == 0) {
+        out.assign(entry.begin(), entry.begin() + static_cast<long>(headerLen));
+    } else {
+        out.assign(d.begin(), d.begin() + 3);
+    }
+    size_t n = std::min(length, bodyLen - offset);
+    auto from = entry.begin() + static_cast<long>(headerLen + offset);
+    out.insert(out.end(), from, from + static_cast<long>(n));
+    return ok(out);
+}
+
+std::vector<std::shared_ptr<SimBmc>> applyScenario(const Scenario& scenario, host::Config& config) {
+    std::vector<std::shared_ptr<SimBmc>> bmcs;
+    config.nodes.clear();
+    for (size_t i = 0; i < scenario.nodes.size(); ++i) {
+        const NodeSpec& node = scenario.nodes[i];
+        std::string name =
+            node.name.empty() ? "simulated BMC node " + std::to_string(i + 1) : node.name;
+        auto bmc = std::make_shared<SimBmc>(node, name);
+        bmcs.push_back(bmc);
+        config.nodes.push_back(bmc);
+    }
+    config.smbios = scenario.smbiosReadable ? host::smbiosFromStructures(scenario.smbios) : nullptr;
+    config.machineType = scenario.machineType;
+    config.machineTypeFromID =
+        scenario.machineTypeFromID.empty() ? scenario.machineType : scenario.machineTypeFromID;
+    config.biosID = scenario.biosID;
+    config.driverPresent = scenario.driverPresent;
+    config.libraryAvailable = scenario.libraryAvailable;
+    config.iBMC = scenario.iBMC;
+    config.lan = scenario.lan;
+    return bmcs;
+}
 
 } // namespace ipmisel::sim

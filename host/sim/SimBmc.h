@@ -34,6 +34,20 @@ struct Fault {
     enum class Action { CompletionCode, SendFailure, Truncate } action = Action::CompletionCode;
     uint8_t cc = 0xC0;
     size_t truncateTo = 0;
+    // Only requests whose data starts with these bytes count; empty: all.
+    std::vector<uint8_t> data;
+};
+
+// One exchange with a BMC as `RecordingTransport` saw it (host/sim/Recording.h):
+// the request and either the answer or a failed send.
+struct TranscriptEntry {
+    uint8_t netfn = 0;
+    uint8_t lun = 0;
+    uint8_t cmd = 0;
+    std::vector<uint8_t> data;
+    bool sendFailure = false;
+    uint8_t cc = 0;
+    std::vector<uint8_t> response;
 };
 
 // A fixed answer to an OEM (or any) request: matched on netfn, cmd and the
@@ -53,26 +67,38 @@ struct AuxEntry {
 };
 
 struct NodeSpec {
-    std::vector<uint8_t> deviceId; // Get Device ID response data
+    std::string name;              // describe(); empty: "simulated BMC node <n>"
+    std::vector<uint8_t> deviceId; // Get Device ID response data; empty: a default
     // SEL
     uint8_t selVersion = 0x51;
-    std::optional<uint16_t> selReportedCount; // Get SEL Info count; default: records.size()
+    std::optional<uint16_t> selReportedCount;     // Get SEL Info count; default: records.size()
     std::vector<std::vector<uint8_t>> selRecords; // 16 bytes each, wire order
     uint32_t selTime = 0;
+    bool selTimeNow = false; // Get SEL Time answers the host's clock instead
     // SDR repository
     uint8_t sdrVersion = 0x51;
     std::vector<std::vector<uint8_t>> sdrRecords; // whole records, header included
-    uint32_t sdrMaxReadCount = 255; // a Get SDR count above this answers CAh
-    uint32_t sdrReservationLifetime = 0; // cancel the reservation after n Get SDR; 0 never
+    uint32_t sdrMaxReadCount = 255;               // a Get SDR count above this answers CAh
+    uint32_t sdrReservationLifetime = 0;          // cancel the reservation after n Get SDR; 0 never
     // FRU devices: id -> inventory bytes
     std::map<uint8_t, std::vector<uint8_t>> fru;
     uint32_t fruMaxReadCount = 255;
     // Auxiliary debug log
     std::vector<AuxEntry> auxLog;
+    // Whether the controller keeps an auxiliary log at all; without one the
+    // aux-log commands answer C1h. A non-empty auxLog implies it.
+    bool auxLogSupported = false;
+    std::optional<uint16_t> auxLogReportedCount; // status count; default auxLog.size()
+    uint32_t auxLogTime = 0;                     // status: time of the last addition
     // Master Write-Read: (bus, slave address) -> register bytes
     std::map<std::pair<uint8_t, uint8_t>, std::vector<uint8_t>> i2c;
     std::vector<CannedAnswer> canned;
     std::vector<Fault> faults;
+    // A recorded BMC: when not empty, requests are answered from here (the
+    // k-th identical request gets the k-th recorded answer, later ones the
+    // last; a request never recorded C1h) and the simulated parts above are
+    // not consulted. Faults and canned answers still come first.
+    std::vector<TranscriptEntry> transcript;
 };
 
 struct Scenario {
@@ -89,7 +115,7 @@ struct Scenario {
     std::optional<bool> lan;
 };
 
-Scenario loadScenarioFile(const std::string& path);                  // throws ScenarioError
+Scenario loadScenarioFile(const std::string& path);                         // throws ScenarioError
 Scenario parseScenario(const std::string& json, const std::string& origin); // throws ScenarioError
 
 class SimBmc : public host::Transport {
@@ -100,14 +126,36 @@ class SimBmc : public host::Transport {
     // Every request received, in order (for tests that assert on traffic).
     const std::vector<host::IpmiRequest>& received() const { return received_; }
     NodeSpec& spec() { return spec_; }
+    // How many requests of this netfn/cmd arrived so far.
+    uint32_t requestCount(uint8_t netfn, uint8_t cmd) const;
 
   private:
+    host::IpmiResponse answer(const host::IpmiRequest& request);
+    host::IpmiResponse fromTranscript(const host::IpmiRequest& request);
+    host::IpmiResponse getSelEntry(const host::IpmiRequest& request);
+    host::IpmiResponse getSdr(const host::IpmiRequest& request);
+    host::IpmiResponse readFru(const host::IpmiRequest& request);
+    host::IpmiResponse masterWriteRead(const host::IpmiRequest& request);
+    host::IpmiResponse auxLogStatus(const host::IpmiRequest& request);
+    host::IpmiResponse auxLogRead(const host::IpmiRequest& request);
+    // Position of the record with this ID, or -1. ID 0000h is the first and
+    // FFFFh the last record.
+    long findRecord(const std::vector<std::vector<uint8_t>>& records,
+                    std::map<uint16_t, size_t>& index, uint16_t id);
+
     NodeSpec spec_;
     std::string name_;
     std::vector<host::IpmiRequest> received_;
     std::map<std::pair<uint8_t, uint8_t>, uint32_t> seen_; // (netfn, cmd) -> count
-    uint16_t reservation_ = 0;
+    uint16_t reservation_ = 0;                             // current SDR reservation; 0: none
     uint32_t sdrReadsSinceReserve_ = 0;
+    uint16_t selReservation_ = 0;
+    std::vector<uint32_t> faultHits_;                           // matching requests per fault
+    std::map<uint16_t, size_t> selIndex_, sdrIndex_;            // record ID -> position
+    std::map<std::pair<uint8_t, uint8_t>, uint8_t> i2cPointer_; // register pointer per device
+    std::map<std::vector<uint8_t>, std::vector<size_t>> transcriptIndex_;
+    std::map<std::vector<uint8_t>, size_t> transcriptUsed_;
+    size_t transcriptIndexed_ = 0;
 };
 
 // Puts a scenario into a host configuration: one SimBmc per node, SMBIOS,
