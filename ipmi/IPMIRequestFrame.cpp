@@ -7,33 +7,31 @@
 
 namespace ipmisel {
 
-const char* const
-    g_CompletionCodeText[22] =
-        {
-            "Node Busy.",                                      // C0h
-            "Invalid Command.",                                // C1h
-            "Command invalid for given LUN.",                  // C2h
-            "Timeout while processing command.",               // C3h
-            "Out of space.",                                   // C4h
-            "Reservation Canceled or Invalid Reservation ID.", // C5h
-            "Request data truncated.",                         // C6h
-            "Request data length",       // C7h: the short text is the one printed
-            "Request data field length", // C8h: likewise
-            "Parameter out of range.",   // C9h
-            "Cannot return number of requested data bytes.",                           // CAh
-            "Requested Sensor, data, or record not present.",                          // CBh
-            "Invalid data field in Request",                                           // CCh
-            "Command illegal for specified sensor or record type.",                    // CDh
-            "Command response could not be provided.",                                 // CEh
-            "Cannot execute duplicated request.",                                      // CFh
-            "Command response could not be provided. SDR Repository in update mode.",  // D0h
-            "Command response could not be provided. Device in firmware update mode.", // D1h
-            "Command response could not be provided. BMC initialization or initialization agent in "
-            "progress",                                              // D2h
-            "Destination unavailable.",                              // D3h
-            "Cannot execute command. Insufficient privilege level.", // D4h
-            "Cannot execute command. Command, or request parameter(s), not supported in present "
-            "state.", // D5h
+const char* const g_CompletionCodeText[22] = {
+    "Node Busy.",                                      // C0h
+    "Invalid Command.",                                // C1h
+    "Command invalid for given LUN.",                  // C2h
+    "Timeout while processing command.",               // C3h
+    "Out of space.",                                   // C4h
+    "Reservation Canceled or Invalid Reservation ID.", // C5h
+    "Request data truncated.",                         // C6h
+    "Request data length",                             // C7h: the short text is the one printed
+    "Request data field length",                       // C8h: likewise
+    "Parameter out of range.",                         // C9h
+    "Cannot return number of requested data bytes.",   // CAh
+    "Requested Sensor, data, or record not present.",  // CBh
+    "Invalid data field in Request",                   // CCh
+    "Command illegal for specified sensor or record type.",                    // CDh
+    "Command response could not be provided.",                                 // CEh
+    "Cannot execute duplicated request.",                                      // CFh
+    "Command response could not be provided. SDR Repository in update mode.",  // D0h
+    "Command response could not be provided. Device in firmware update mode.", // D1h
+    "Command response could not be provided. BMC initialization or initialization agent in "
+    "progress",                                              // D2h
+    "Destination unavailable.",                              // D3h
+    "Cannot execute command. Insufficient privilege level.", // D4h
+    "Cannot execute command. Command, or request parameter(s), not supported in present "
+    "state.", // D5h
 };
 
 namespace {

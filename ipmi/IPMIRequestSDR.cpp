@@ -133,6 +133,8 @@ int IPMIRequestSDR::IPMIGetSDRHeader(SDRTextBlock& block) {
     nextRecordID[0] = static_cast<uint8_t>(nextHigh);
     nextRecordID[1] = static_cast<uint8_t>(nextLow);
     recordType = static_cast<uint8_t>(type);
+    headerRecordID[0] = static_cast<uint8_t>(idHigh);
+    headerRecordID[1] = static_cast<uint8_t>(idLow);
     if (recordType != kFullSensor && recordType != kCompactSensor) {
         return 0; // stepped over: no text, no completed line
     }
@@ -192,6 +194,12 @@ int IPMIRequestSDR::IPMIGetSDREntry(std::vector<SDRTextBlock>& blocks, char* inf
         std::memset(block.text, 0, sizeof block.text);
         if (IPMIGetSDRHeader(block) != 0) {
             return 1;
+        }
+        // The first answer comes for ID 0000h: its own ID is marked too, so
+        // a repository pointing back at it is caught before it is read twice.
+        // Later records are known by the ID they were asked for.
+        if (id == 0x0000) {
+            seen.Mark(SeenRecordIDs::Join(headerRecordID[0], headerRecordID[1]));
         }
         if (recordType == kFullSensor || recordType == kCompactSensor) {
             if (IPMIGetSDRUnits(block) != 0 || IPMIGetSDRString(block) != 0) {

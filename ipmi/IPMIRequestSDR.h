@@ -39,6 +39,8 @@ class IPMIRequestSDR : public IPMIRequestFrame {
     uint8_t reservationID[2] = {0, 0};   // high, low
     uint8_t currentRecordID[2] = {0, 0}; // high, low
     uint8_t nextRecordID[2] = {0, 0};    // high, low
+    // Record ID the last header answer carried (record bytes 0 and 1), high, low.
+    uint8_t headerRecordID[2] = {0, 0};
 
     explicit IPMIRequestSDR(NOXAQSV20::SPLibrary* library) : IPMIRequestFrame(library) {}
 

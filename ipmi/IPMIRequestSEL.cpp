@@ -24,11 +24,19 @@ constexpr const char* kSELEntrySubject = "system event log entry";
 // cc, next record ID low and high from a Get SEL Entry text. A text too
 // short to hold the next record ID reads as the end mark, so a truncated
 // answer ends the walk instead of sending it back to the first record.
-void ScanNextRecordID(const std::string& text, uint8_t next[2]) {
-    unsigned cc = 0, low = kEndMarkHigh, high = kEndMarkHigh;
-    std::sscanf(text.c_str(), "%x %x %x", &cc, &low, &high);
+// With `seen` the record's own ID is marked as read: the first answer comes
+// for ID 0000h, and a BMC pointing back at that record is caught before it
+// is read twice. Only the first answer's own ID is trusted that way, so a
+// BMC with odd ID bytes in its records cannot cut a good walk short.
+void ScanNextRecordID(const std::string& text, uint8_t next[2], SeenRecordIDs* seen = nullptr) {
+    unsigned cc = 0, low = kEndMarkHigh, high = kEndMarkHigh, ownLow = 0, ownHigh = 0;
+    int scanned = std::sscanf(text.c_str(), "%x %x %x %x %x", &cc, &low, &high, &ownLow, &ownHigh);
     next[0] = static_cast<uint8_t>(high);
     next[1] = static_cast<uint8_t>(low);
+    if (seen != nullptr && scanned == 5) {
+        seen->Mark(
+            SeenRecordIDs::Join(static_cast<uint8_t>(ownHigh), static_cast<uint8_t>(ownLow)));
+    }
 }
 
 } // namespace
@@ -127,7 +135,7 @@ int IPMIRequestSEL::IPMIGetSELEntry(SELEntryText* slots, uint32_t maxSlots) {
         slots[0] = entry;
     }
     Log(SevTrace, std::string("buffer[0].data = ") + entry.text);
-    ScanNextRecordID(ResponseText(), nextRecordID);
+    ScanNextRecordID(ResponseText(), nextRecordID, &seen);
 
     // Only the high byte marks the end: FF00h..FFFFh all end the log.
     uint32_t counter = 0;
