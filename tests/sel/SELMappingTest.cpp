@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "mapping/OffsetIds.h"
 #include "sel/IPMISELEntry.h"
 #include "sel/SELFormat.h"
 #include "tests/support/HostFixture.h"
@@ -177,6 +178,57 @@ TEST_F(SELMapping, EventDataIsCutToTheCallersSize) {
     std::memset(out, 'x', sizeof out);
     e.GetEventData(mapping, cb(), out, 10, SensorConversion{}, "");
     EXPECT_EQ("Firmware oxxxxxx", std::string(out, sizeof out));
+}
+
+TEST_F(SELMapping, GenericEventsGetTheirTypeAndDataBytes) {
+    for (uint8_t dirType : {0x02, 0x03, 0x8C}) {
+        const uint8_t type = dirType & 0x7F;
+        // Offset 1, event data 2 and 3 both OEM codes.
+        IPMISELEntry e = Event(0x07, 0x01, dirType, 0xA1, 0x5A, 0xC3);
+        EXPECT_EQ(Ini(ids::GenericBase(type) + 1) + ". OEM code 5a. OEM code c3. ",
+                  EventData(mapping, e))
+            << int(type);
+    }
+}
+
+// Bytes 3-15 of the E0h/E1h test record: number 513, a type without a field
+// layout (so every payload byte after the type is printed), then bytes 7-15.
+IPMISELEntry Untimed(uint8_t recordType) {
+    IPMISELEntry e;
+    e.bytes[2] = recordType;
+    const uint8_t payload[13] = {0x01, 0x02, 0x00, 0x05, 0xA7, 0xA8, 0xA9,
+                                 0xAA, 0xAB, 0xEC, 0xED, 0xEE, 0xAF};
+    std::memcpy(e.bytes + 3, payload, sizeof payload);
+    return e;
+}
+
+TEST_F(SELMapping, OEMxE0SkipsBytesTwelveToFourteen) {
+    IPMISELEntry e = Untimed(0xE0);
+    char out[512];
+    EXPECT_FALSE(e.GetOEMxE0(mapping, cb(), out, sizeof out));
+    const std::string text = out;
+    EXPECT_NE(std::string::npos, text.find(" 513. ")) << text;
+    EXPECT_NE(std::string::npos, text.find(Ini(ids::kData) + " A7 A8 A9 AA AB AF. ")) << text;
+}
+
+TEST_F(SELMapping, OEMxE1GetsBytesThreeToFifteen) {
+    IPMISELEntry e = Untimed(0xE1);
+    char out[512];
+    EXPECT_FALSE(e.GetOEMxE1(mapping, cb(), out, sizeof out));
+    const std::string text = out;
+    EXPECT_NE(std::string::npos, text.find(" 513. ")) << text;
+    EXPECT_NE(std::string::npos, text.find(Ini(ids::kData) + " A7 A8 A9 AA AB EC ED EE AF. "))
+        << text;
+}
+
+TEST(SELMappingMissingFile, OEMDecoderFailureIsReported) {
+    host::Config config;
+    config.pluginPath = "/nowhere/plugin.so";
+    HostCapture host(std::move(config));
+    IPMIMapping mapping;
+    IPMISELEntry e = Untimed(0xE1);
+    char out[512];
+    EXPECT_TRUE(e.GetOEMxE1(mapping, host::hostCallbacks(), out, sizeof out));
 }
 
 TEST_F(SELMapping, OEMxC0GenericFormGetsBytesSevenToEleven) {

@@ -43,7 +43,7 @@ std::string Stamp(IPMISELEntry& e, StampSource source = StampSource::Record) {
 }
 
 std::string OffsetText(int minutes) {
-    char text[8];
+    char text[16];
     std::snprintf(text, sizeof text, "%c%03d", minutes < 0 ? '-' : '+', std::abs(minutes));
     return text;
 }
