@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace ipmisel::ids {
 
@@ -57,5 +58,9 @@ inline constexpr int32_t kData = 880;
 inline constexpr int32_t kErrorKindBase = 881; // + kind, kErrorKindCount of them
 inline constexpr uint8_t kErrorKindCount = 5;  // SERR, PERR, uncorrectable, single, multi
 inline constexpr int32_t kErrorKindUnknown = 886;
+
+// Every numeric data id some decoder of this subsystem may ask the message
+// file for (the OEM byte keys excepted), for checking a message file.
+std::vector<int32_t> UsedDataIds();
 
 } // namespace ipmisel::ids

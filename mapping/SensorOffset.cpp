@@ -4,6 +4,7 @@
 
 #include "mapping/IPMIMapping.h"
 #include "mapping/MessageFile.h"
+#include "mapping/OffsetIds.h"
 #include "plugin/log.h"
 #include "plugin/text.h"
 
@@ -388,3 +389,53 @@ void IPMIMapping::GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uin
 }
 
 } // namespace ipmisel
+
+namespace ipmisel::ids {
+
+std::vector<int32_t> UsedDataIds() {
+    std::vector<int32_t> used;
+    auto range = [&](int32_t first, int32_t count) {
+        for (int32_t i = 0; i < count; ++i) {
+            used.push_back(first + i);
+        }
+    };
+    range(100, 12);       // threshold offsets
+    range(kPostTitle, 1); // C0h
+    range(kPostTypeBase, 7);
+    range(kRecordPart, 1);
+    range(kEventIdentifier, 1);
+    range(kSmiTitle, 1); // C1h
+    range(kSmiTypeBase, 6);
+    range(kSmiDetailTitle, 1); // E1h
+    range(kChassis, kLinkState - kChassis + 1);
+    for (uint8_t type = 0x02; type <= 0x0C; ++type) {
+        range(GenericBase(type), GenericCount(type));
+    }
+    range(kSeverityBase, kSeverityCount);
+    range(kGenericPreviousState, 1);
+    range(kGenericSeverity, 1);
+    range(kGenericReservedOffset, 1);
+    for (const OffsetRow& row : kRows) {
+        if (row.kind != Kind::BuiltIn) {
+            range(row.base, row.kind == Kind::LogDisabled ? 4 : row.count);
+        }
+    }
+    range(286, 1);  // memory module format
+    range(300, 16); // firmware error codes
+    range(320, 16); // firmware progress codes
+    range(385, 3);  // auxiliary log entry actions
+    range(412, 6);  // auxiliary log types
+    range(464, 13); // slot types
+    range(510, 4);  // watchdog interrupt types
+    range(515, 6);  // watchdog timer uses
+    range(535, 7);  // generator software IDs
+    range(543, 2);  // LUN and channel formats
+    range(650, 13); // event/reading type names
+    range(721, 7);  // rate units
+    range(730, 93); // unit types 0..92
+    range(kPostDetailTitle, kErrorKindUnknown - kPostDetailTitle + 1); // E0h
+    range(1000, 0x29);                                                 // entity names
+    return used;
+}
+
+} // namespace ipmisel::ids

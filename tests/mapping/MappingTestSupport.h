@@ -1,0 +1,59 @@
+// Shared set-up of the mapping tests: a captured host whose plug-in path points
+// into a folder holding a message file chosen by the test.
+#pragma once
+
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "host/runtime.h"
+#include "mapping/IPMIMapping.h"
+#include "mapping/MessageFile.h"
+#include "plugin/log.h"
+#include "tests/support/HostFixture.h"
+
+namespace ipmisel::test {
+
+inline std::string readWhole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline std::string shippedMessageFile() {
+    return readWhole(sourceDir() + "/data/ipmisel.INI");
+}
+
+// A host whose plug-in lives in a fresh folder with the given message file.
+class MappingHost {
+  public:
+    explicit MappingHost(const std::string& ini, bool writeIni = true) {
+        folder = makeTempDir("mapping");
+        if (writeIni) {
+            writeFile(ini);
+        }
+        capture.config().pluginPath = folder + "/ipmisel.so";
+        message::ClearCache();
+    }
+    void writeFile(const std::string& ini) {
+        std::ofstream out(folder + "/ipmisel.INI", std::ios::binary | std::ios::trunc);
+        out << ini;
+    }
+    NOXAQSV20::TCPluginCallbacks* cb() { return host::hostCallbacks(); }
+
+    std::string lookup(const std::string& key, int* result = nullptr, int32_t size = 256) {
+        char out[512];
+        std::memset(out, 'x', sizeof out);
+        int r = mapping.GetINIString(cb(), key, out, size);
+        if (result) {
+            *result = r;
+        }
+        return size > 0 ? std::string(out, strnlen(out, static_cast<size_t>(size))) : "";
+    }
+    std::string text(int32_t id) { return lookup(std::to_string(id)); }
+
+    std::string folder;
+    HostCapture capture;
+    IPMIMapping mapping;
+};
+
+} // namespace ipmisel::test
