@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <mutex>
 #include <sys/stat.h>
@@ -22,6 +23,16 @@ namespace {
 constexpr size_t kPieceLength = 511;
 // Distinct keys remembered per file before the memory is dropped and rebuilt.
 constexpr size_t kMemoLimit = 65536;
+// How long a file that was checked is trusted before it is checked again. A
+// stat() costs more than the rest of a lookup, and a SEL decode makes several
+// lookups per record; an edit of the message file shows within this time.
+constexpr int64_t kRecheckNanoseconds = 100'000'000;
+
+int64_t monotonicNow() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
 
 struct Signature {
     dev_t dev = 0;
@@ -44,6 +55,7 @@ struct Piece {
 
 struct CachedFile {
     Signature signature;
+    int64_t checkedAt = 0; // monotonic time of the last stat()
     std::vector<Piece> pieces;
     // key -> index of the first piece containing it, -1 for none. The answer
     // only depends on the pieces, so it is remembered until they change.
@@ -129,13 +141,18 @@ std::vector<Piece> splitPieces(const std::string& content) {
 // file cannot be read (and nothing of it is kept then).
 CachedFile* load(const std::string& path) {
     auto& all = caches();
+    const int64_t now = monotonicNow();
+    auto it = all.find(path);
+    if (it != all.end() && now - it->second.checkedAt < kRecheckNanoseconds) {
+        return &it->second;
+    }
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
         all.erase(path);
         return nullptr;
     }
-    auto it = all.find(path);
     if (it != all.end() && it->second.signature == signatureOf(st)) {
+        it->second.checkedAt = now;
         return &it->second;
     }
     std::string content;
@@ -146,6 +163,7 @@ CachedFile* load(const std::string& path) {
     }
     CachedFile fresh;
     fresh.signature = signature;
+    fresh.checkedAt = now;
     fresh.pieces = splitPieces(content);
     auto& slot = all[path];
     slot = std::move(fresh);

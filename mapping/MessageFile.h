@@ -19,8 +19,9 @@ enum class Lookup {
 // the top with 512-byte line pieces would give: the first piece that contains
 // key anywhere wins, its text after the first '=' is copied (at most size
 // characters) and its line end stripped. The file's lines are kept in memory
-// per path and read again when the file's size, times or identity change; the
-// file is never held open between calls.
+// per path and read again when the file's size, times or identity change (the
+// file is looked at again at most every 100 ms, so an edit shows within that
+// time); the file is never held open between calls.
 Lookup Find(const std::string& path, const std::string& key, char* out, int32_t size);
 
 // Drops every cached file (tests; a long-running host that wants the memory).
