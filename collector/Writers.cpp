@@ -66,7 +66,7 @@ struct Column {
 };
 constexpr Column kColumns[] = {
     {"Node", 4, true},          {"Record", 6, true},   {"Time stamp", 19, false},
-    {"Sensor type", 20, false}, {"Sensor", 16, false},
+    {"Sensor type", 18, false}, {"Sensor", 16, false},
 };
 constexpr const char kSeparator[] = " | ";
 constexpr size_t kSeparatorWidth = 3;
@@ -80,6 +80,19 @@ size_t fixedWidth() {
 }
 
 } // namespace
+
+std::string tableMessage(const host::Instance& record) {
+    std::string message = record.get("Message");
+    std::string entity = record.get("Entity") + " " + record.get("EntityInstance");
+    std::string prefix =
+        entity + " (" + record.get("SensorType") + " - " + record.get("SensorInformation") + "): ";
+    if (!message.starts_with(prefix)) {
+        return foldWhitespace(message);
+    }
+    std::string rest = foldWhitespace(std::string_view(message).substr(prefix.size()));
+    std::string who = foldWhitespace(entity);
+    return who.empty() ? rest : who + ": " + rest;
+}
 
 // ---- helpers ---------------------------------------------------------------------
 
@@ -272,7 +285,7 @@ void TableWriter::writeLogRecord(const host::Instance& instance) {
                     : column(text, kColumns[i].width, kColumns[i].right);
         line += kSeparator;
     }
-    line += fitWidth(foldWhitespace(instance.get("Message")), messageWidth);
+    line += fitWidth(tableMessage(instance), messageWidth);
     out_ << line << '\n';
     wroteAnything_ = true;
 }

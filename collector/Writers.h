@@ -76,6 +76,12 @@ class CsvWriter : public InstanceWriter {
 
 // ---- text helpers, public for the tests ----------------------------------------
 
+// The log record's message as the table shows it: folded onto one line, and
+// without the "(sensor type - sensor)" part when it only repeats the record's
+// own columns ("Processor 1 (Processor - CPU1 Status): Assertion: ..." becomes
+// "Processor 1: Assertion: ..."). Any other message is shown whole.
+std::string tableMessage(const host::Instance& record);
+
 // Runs of white space (new lines included) become one space, the ends are
 // trimmed, and other control characters become '?', so one value is one line.
 std::string foldWhitespace(std::string_view text);

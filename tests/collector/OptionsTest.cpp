@@ -1,0 +1,159 @@
+// The command line: what is accepted, what is refused and with which words.
+#include <gtest/gtest.h>
+
+#include "collector/Options.h"
+
+using namespace ipmisel::collector;
+
+namespace {
+
+ParsedOptions parse(std::vector<std::string> args) {
+    return parseOptions(args);
+}
+
+TEST(Options, DefaultsAskForEveryClassInDriverOrder) {
+    auto p = parse({});
+    ASSERT_EQ(p.error, "");
+    EXPECT_EQ(p.options.action, Options::Action::Collect);
+    EXPECT_FALSE(p.options.format.has_value());
+    auto classes = p.options.effectiveClasses();
+    ASSERT_EQ(classes.size(), 8u);
+    EXPECT_EQ(classes.front(), "OXASG_IPMILogRecord");
+    EXPECT_EQ(classes[1], "OXASG_VTXAuxDebugRecord");
+    EXPECT_EQ(classes.back(), "OXASG_AMIFirmwareElement");
+}
+
+TEST(Options, ValuesInBothSpellings) {
+    auto p = parse({"--sim", "a.json", "--format=csv", "--out", "o.csv", "--log=l.txt",
+                    "--log-level", "0", "--plugin=/x/ipmisel.so", "--class", "OXASG_IPMIFRU",
+                    "--class=OXASG_IPMILogRecord", "--class", "OXASG_IPMIFRU"});
+    ASSERT_EQ(p.error, "");
+    const Options& o = p.options;
+    EXPECT_EQ(o.simFile, "a.json");
+    EXPECT_EQ(o.format, Format::Csv);
+    EXPECT_EQ(o.outFile, "o.csv");
+    EXPECT_EQ(o.logFile, "l.txt");
+    EXPECT_EQ(o.logLevel, 0);
+    EXPECT_EQ(o.pluginPath, "/x/ipmisel.so");
+    // Order kept, the repeated class asked for once only.
+    EXPECT_EQ(o.classes, (std::vector<std::string>{"OXASG_IPMIFRU", "OXASG_IPMILogRecord"}));
+    EXPECT_EQ(o.effectiveClasses(), o.classes);
+}
+
+TEST(Options, HelpAndVersion) {
+    EXPECT_EQ(parse({"--help"}).options.action, Options::Action::Help);
+    EXPECT_EQ(parse({"-h"}).options.action, Options::Action::Help);
+    EXPECT_EQ(parse({"--version"}).options.action, Options::Action::Version);
+    // Help wins whatever its place; it also skips the consistency checks.
+    EXPECT_EQ(parse({"--version", "--help"}).options.action, Options::Action::Help);
+    auto p = parse({"--help", "--sim", "a", "--inband"});
+    EXPECT_EQ(p.error, "");
+    EXPECT_EQ(p.options.action, Options::Action::Help);
+}
+
+TEST(Options, RealBmcOptionsAreParsed) {
+    auto p =
+        parse({"--host",         "bmc1",         "--host",      "10.0.0.5:6230",   "--host",
+               "[fe80::1]:624",  "--user",       "admin",       "--password-file", "/run/pw",
+               "--cipher-suite", "17",           "--privilege", "operator",        "--workaround",
+               "idzero",         "--workaround", "authcap",     "--record",        "rec.json"});
+    ASSERT_EQ(p.error, "");
+    const Options& o = p.options;
+    ASSERT_EQ(o.hosts.size(), 3u);
+    EXPECT_EQ(o.hosts[0].host, "bmc1");
+    EXPECT_EQ(o.hosts[0].port, 623);
+    EXPECT_EQ(o.hosts[1].host, "10.0.0.5");
+    EXPECT_EQ(o.hosts[1].port, 6230);
+    EXPECT_EQ(o.hosts[2].host, "fe80::1");
+    EXPECT_EQ(o.hosts[2].port, 624);
+    EXPECT_EQ(o.user, "admin");
+    EXPECT_EQ(o.passwordFile, "/run/pw");
+    EXPECT_EQ(o.cipherSuite, 17);
+    EXPECT_EQ(o.privilege, "operator");
+    EXPECT_EQ(o.workarounds, (std::vector<std::string>{"idzero", "authcap"}));
+    EXPECT_EQ(o.recordFile, "rec.json");
+    EXPECT_TRUE(o.wantsRealBmc());
+    EXPECT_TRUE(parse({"--inband"}).options.wantsRealBmc());
+    EXPECT_FALSE(parse({"--sim", "x"}).options.wantsRealBmc());
+}
+
+TEST(Options, HostForms) {
+    struct Case {
+        const char* text;
+        const char* host; // null: refused
+        uint16_t port;
+    };
+    const Case cases[] = {
+        {"bmc", "bmc", 623},       {"bmc:1", "bmc", 1},       {"bmc:65535", "bmc", 65535},
+        {"::1", "::1", 623}, // several colons: an IPv6 address, no port
+        {"[::1]", "::1", 623},     {"[::1]:700", "::1", 700}, {"bmc:0", nullptr, 0},
+        {"bmc:65536", nullptr, 0}, {"bmc:", nullptr, 0},      {"bmc:+5", nullptr, 0},
+        {"bmc:12x", nullptr, 0},   {":623", nullptr, 0},      {"", nullptr, 0},
+        {"[::1", nullptr, 0},      {"[::1]700", nullptr, 0},  {"[]:623", nullptr, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        std::string error;
+        auto h = parseHost(c.text, &error);
+        if (c.host == nullptr) {
+            EXPECT_FALSE(h.has_value());
+            EXPECT_NE(error.find(std::string("--host \"") + c.text + "\""), std::string::npos)
+                << error;
+        } else {
+            ASSERT_TRUE(h.has_value()) << error;
+            EXPECT_EQ(h->host, c.host);
+            EXPECT_EQ(h->port, c.port);
+        }
+    }
+}
+
+TEST(Options, RefusedCommandLines) {
+    struct Case {
+        std::vector<std::string> args;
+        const char* error;
+    };
+    const Case cases[] = {
+        {{"--frobnicate"}, "unknown option --frobnicate"},
+        {{"-x"}, "unknown option -x"},
+        {{"scenario.json"}, "unexpected argument \"scenario.json\""},
+        {{"--sim"}, "--sim needs a value"},
+        {{"--class"}, "--class needs a value"},
+        {{"--inband=yes"}, "--inband takes no value"},
+        {{"--format", "xml"}, "--format must be jsonl, table or csv, not \"xml\""},
+        {{"--format", "JSONL"}, "--format must be jsonl, table or csv, not \"JSONL\""},
+        {{"--log-level", "5"}, "--log-level must be a number from 0 to 4, not \"5\""},
+        {{"--log-level", "-1"}, "--log-level must be a number from 0 to 4, not \"-1\""},
+        {{"--log-level", ""}, "--log-level must be a number from 0 to 4, not \"\""},
+        {{"--log-level", "2x"}, "--log-level must be a number from 0 to 4, not \"2x\""},
+        {{"--class", "OXASG_IPMILOGRECORD"}, "unknown class \"OXASG_IPMILOGRECORD\""},
+        {{"--sim", "a", "--sim", "b"}, "--sim given more than once"},
+        {{"--out", "a", "--out", "b"}, "--out given more than once"},
+        {{"--sim", "a", "--inband"}, "--sim, --inband and --host exclude each other"},
+        {{"--inband", "--host", "b"}, "--sim, --inband and --host exclude each other"},
+        {{"--user", "admin"}, "--user needs --host"},
+        {{"--inband", "--password-file", "p"}, "--password-file needs --host"},
+        {{"--cipher-suite", "3"}, "--cipher-suite needs --host"},
+        {{"--host", "b", "--cipher-suite", "x"},
+         "--cipher-suite must be a cipher suite number, not \"x\""},
+        {{"--host", "b", "--privilege", "root"},
+         "--privilege must be user, operator or admin, not \"root\""},
+        {{"--workaround="}, "--workaround needs a name"},
+        {{"--host", "b:99999"}, "--host \"b:99999\": the port must be a number from 1 to 65535"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args.empty() ? "" : c.args.front());
+        EXPECT_EQ(parse(c.args).error, c.error);
+    }
+}
+
+TEST(Options, UsageNamesEveryClassAndExitCode) {
+    std::string usage = usageText("ipmisel-collect");
+    for (const auto& c : knownClasses()) {
+        EXPECT_NE(usage.find(c), std::string::npos) << c;
+    }
+    for (const char* code : {"  0  ", "  2  ", "  3  ", "  4  ", "  5  ", "  6  "}) {
+        EXPECT_NE(usage.find(code), std::string::npos) << code;
+    }
+}
+
+} // namespace
