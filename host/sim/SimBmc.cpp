@@ -116,8 +116,7 @@ host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
             return fail(due->cc);
         case Fault::Action::Truncate: {
             // The BMC did the work; only the answer is cut on the way back.
-            host::IpmiResponse r =
-                spec_.transcript.empty() ? answer(request) : fromTranscript(request);
+            host::IpmiResponse r = respond(request);
             if (r.data.size() > due->truncateTo) {
                 r.data.resize(due->truncateTo);
             }
@@ -125,7 +124,10 @@ host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
         }
         }
     }
+    return respond(request);
+}
 
+host::IpmiResponse SimBmc::respond(const host::IpmiRequest& request) {
     for (const CannedAnswer& c : spec_.canned) {
         if (c.netfn != request.netfn || c.cmd != request.cmd) {
             continue;

@@ -130,6 +130,8 @@ class SimBmc : public host::Transport {
     uint32_t requestCount(uint8_t netfn, uint8_t cmd) const;
 
   private:
+    // Canned answers, then the transcript or the simulated commands.
+    host::IpmiResponse respond(const host::IpmiRequest& request);
     host::IpmiResponse answer(const host::IpmiRequest& request);
     host::IpmiResponse fromTranscript(const host::IpmiRequest& request);
     host::IpmiResponse getSelEntry(const host::IpmiRequest& request);
