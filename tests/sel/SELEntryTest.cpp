@@ -238,11 +238,9 @@ TEST(SELFormat, OnlyASingleIntegerConversionIsFormatted) {
     } cases[] = {
         {"LUN %d. ", "LUN 7. "},
         {"Channel %02x, 100%%.", "Channel 07, 100%."},
-        {"no number", "no number"},
         {"%s", "%s"},               // would read a string that is not there
         {"%d and %d", "%d and %d"}, // two numbers, one given
         {"%ld", "%ld"},             // width of the argument differs
-        {"%*d", "%*d"},
         {"%n", "%n"},
         {"trailing %", "trailing %"},
         {"", ""},
