@@ -125,3 +125,36 @@ TEST(ParseExtendedSELData, WorkingRecordCarriesOverAndOtherMakersAreSkipped) {
 
 } // namespace
 } // namespace ipmisel::test
+
+namespace ipmisel::test {
+namespace {
+
+// The whole road against the simulated BMC: status, chunked reads, decoding.
+TEST(AuxLogWithSimulatedBMC, ReadAndDecode) {
+    HostCapture host;
+    host.useScenario(R"({"nodes": [{"auxlog": [
+        {"recordId": 5, "type": 2, "severity": "0xA0", "class": 2, "subClass": 12,
+         "operation": "0x1001", "extendedData":
+         "DEADBEEF000102030405060708090A0B0C0D0E0F10111213141516171819"},
+        {"recordId": 6, "manufacturer": "0x00A3C2"}]}]})");
+    IPMIRequestAuxLog request(NOXAQSV20::SPLibrary::GetSplibraryInstance(0));
+    uint32_t count = 0;
+    ASSERT_EQ(request.IPMIGetAuxLogStatus(count), 0);
+    ASSERT_EQ(count, 2u);
+    std::vector<s_AuxLog_entry> slots(count);
+    ASSERT_EQ(request.IPMIReadExtendedData(slots.data(), count), 0);
+    std::vector<AuxLogRecord> records;
+    ParseExtendedSELData(records, slots.data(), count);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].GetRecordID(), 5);
+    EXPECT_EQ(records[0].GetTypeName(), "ERROR_CODE");
+    EXPECT_EQ(records[0].GetSeverityName(), "OXA_ERROR_FATAL");
+    EXPECT_EQ(records[0].GetSubClassName(), "I2C");
+    EXPECT_EQ(records[0].GetOperationText(), "0x0110");
+    const std::string extended = records[0].GetExtendedData();
+    EXPECT_EQ(extended.size(), 30u * 3);
+    EXPECT_EQ(extended.substr(extended.size() - 6), "18 19 ");
+}
+
+} // namespace
+} // namespace ipmisel::test
