@@ -92,7 +92,7 @@ int IPMISDREntry::ScanSDRDataFile(const char* header, const char* units, const c
         Log(SevError, "Error in reading data file for SDRHeaderData.");
         return 1;
     }
-    if (SDRVersion != kIPMIVersion) {
+    if (version != kIPMIVersion) {
         // The record ID is left out on purpose: such an entry is still
         // cached, found by its sensor number, and shows record ID 0.
         LogF(SevFailure,

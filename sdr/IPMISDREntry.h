@@ -35,8 +35,8 @@ class IPMISDREntry {
     uint8_t BaseUnit = 0;
     uint8_t ModifierUnit = 0;
     uint8_t Linearization = 0;
-    uint16_t M = 0; // 10-bit, not sign-extended
-    uint16_t B = 0; // 10-bit, not sign-extended
+    uint16_t M = 0;   // 10-bit, not sign-extended
+    uint16_t B = 0;   // 10-bit, not sign-extended
     uint8_t RExp = 0; // 4-bit nibble as stored
     uint8_t BExp = 0; // 4-bit nibble as stored
     uint8_t IDStringTypeLength = 0;

@@ -51,18 +51,10 @@ TEST(CompletionCodes, TextsAtTheEdgesOfTheTable) {
         EXPECT_STREQ(c.any, CompletionCodeText(c.code));
         EXPECT_STREQ(c.sel, SELCompletionCodeText(c.code));
     }
-}
-
-TEST(CompletionCodes, TableIsIndexedByCodeWithNoNewlines) {
-    // Every table text is a sentence of its own: none carries the "\n" that
-    // only the fallback texts have, and the index follows the code.
+    // Only the fallback texts end in "\n"; the table's never do.
     for (unsigned code = 0xC0; code <= 0xD5; ++code) {
-        const char* text = CompletionCodeText(static_cast<uint8_t>(code));
-        EXPECT_EQ(text, g_CompletionCodeText[code - 0xC0]);
-        EXPECT_EQ(nullptr, std::strchr(text, '\n')) << std::hex << code;
+        EXPECT_EQ(nullptr, std::strchr(g_CompletionCodeText[code - 0xC0], '\n'));
     }
-    EXPECT_STREQ("Reservation Canceled or Invalid Reservation ID.", g_CompletionCodeText[5]);
-    EXPECT_STREQ("Destination unavailable.", g_CompletionCodeText[0xD3 - 0xC0]);
 }
 
 TEST(CompletionCodes, ComposedMessage) {
@@ -81,13 +73,6 @@ std::vector<uint8_t> patterned(size_t size) {
         b[i] = static_cast<uint8_t>(i);
     }
     return b;
-}
-
-TEST(RenderResponse, LengthZeroIsTheCompletionCodeAlone) {
-    auto buf = patterned(256);
-    buf[8] = 0xC9;
-    EXPECT_EQ("C9 \n", RenderResponse(buf.data(), buf.size(), 0));
-    EXPECT_EQ("C9 09 0A \n", RenderResponse(buf.data(), buf.size(), 2));
 }
 
 TEST(RenderResponse, CutAt255Characters) {
@@ -115,11 +100,12 @@ TEST(RenderResponse, CutAt255Characters) {
     }
 }
 
-TEST(RenderResponse, NeverReadsPastTheBuffer) {
+TEST(RenderResponse, ShortAndAbsurdLengths) {
     // A buffer exactly as long as the bytes it holds: with a length that
     // reaches further only what is there is rendered (the sanitizer build
     // catches a read past it).
     std::vector<uint8_t> small{0, 1, 2, 3, 4, 5, 6, 7, 0xAA, 0xBB};
+    EXPECT_EQ("AA \n", RenderResponse(small.data(), small.size(), 0)); // the completion code alone
     EXPECT_EQ("AA BB \n", RenderResponse(small.data(), small.size(), 100));
     EXPECT_EQ("AA BB \n", RenderResponse(small.data(), small.size(), INT32_MAX));
     EXPECT_EQ("\n", RenderResponse(small.data(), 8, 5));
@@ -168,41 +154,6 @@ TEST(RequestFrame, TemplateLogAndWhatTheBMCReceives) {
     EXPECT_EQ(0, frame.CompletionCode());
     EXPECT_EQ(2, frame.Length());
     EXPECT_EQ("00 12 34 \n", frame.ResponseText());
-}
-
-TEST(RequestFrame, ShorterRequestLeavesNoStaleData) {
-    HostCapture cap;
-    auto fake =
-        std::make_shared<FakeTransport>([](const host::IpmiRequest&) { return test::ok({}); });
-    cap.setNodes({fake});
-    IPMIRequestFrame frame(NOXAQSV20::SPLibrary::GetSplibraryInstance(0));
-    const uint8_t data[6] = {1, 2, 3, 4, 5, 6};
-    frame.Prepare(0x0A, 0x23, data, 6);
-    frame.Prepare(0x0A, 0x20, nullptr, 0);
-    ASSERT_TRUE(frame.Send());
-    EXPECT_TRUE(fake->received.back().data.empty());
-    for (int i = 9; i < 15; ++i) {
-        EXPECT_EQ(0, frame.reqTemplate[i]);
-    }
-    EXPECT_EQ("00 \n", frame.ResponseText());
-}
-
-TEST(RequestFrame, NoLibraryIsAFailedSend) {
-    HostCapture cap;
-    IPMIRequestFrame frame(nullptr);
-    frame.Prepare(0x0A, 0x40, nullptr, 0);
-    EXPECT_FALSE(frame.Send());
-}
-
-TEST(RequestFrame, CompletionCodeFromTheLibrary) {
-    HostCapture cap;
-    cap.setNodes(
-        {std::make_shared<FakeTransport>([](const host::IpmiRequest&) { return test::cc(0xC7); })});
-    IPMIRequestFrame frame(NOXAQSV20::SPLibrary::GetSplibraryInstance(0));
-    frame.Prepare(0x0A, 0x40, nullptr, 0);
-    ASSERT_TRUE(frame.Send());
-    EXPECT_EQ(0xC7, frame.CompletionCode());
-    EXPECT_EQ("C7 \n", frame.ResponseText());
 }
 
 } // namespace

@@ -93,7 +93,7 @@ TEST_F(SELRequest, InfoFailures) {
 }
 
 TEST_F(SELRequest, WalkEndsOnAnyNextIDWithHighByteFF) {
-    bmc.records = {selRecord(0x0001, 0x0002), selRecord(0x0002, 0xFF10), selRecord(0xFF10, 0xFFFF)};
+    bmc.records = {selRecord(0x0102, 0x0A0B), selRecord(0x0A0B, 0xFF10), selRecord(0xFF10, 0xFFFF)};
     std::vector<SELEntryText> slots(3);
     auto sel = make();
     ASSERT_EQ(0, sel.IPMIGetSELEntry(slots.data(), 3));
@@ -107,28 +107,9 @@ TEST_F(SELRequest, WalkEndsOnAnyNextIDWithHighByteFF) {
     EXPECT_EQ("IPMIRequestSEL::IPMIGetSELEntry() completed.", cap.logs.back().text);
     EXPECT_EQ(0xFF, sel.nextRecordID[0]);
     EXPECT_EQ(0x10, sel.nextRecordID[1]);
-}
-
-TEST_F(SELRequest, RequestsFollowTheNextRecordID) {
-    bmc.records = {selRecord(0x0102, 0x0A0B), selRecord(0x0A0B, 0xFFFF)};
-    std::vector<SELEntryText> slots(2);
-    auto sel = make();
-    ASSERT_EQ(0, sel.IPMIGetSELEntry(slots.data(), 2));
-    ASSERT_EQ(2u, requestCount());
     // No reservation, record ID low then high, offset 0, the whole record.
     EXPECT_EQ((std::vector<uint8_t>{0, 0, 0x00, 0x00, 0, 0xFF}), request(0).data);
     EXPECT_EQ((std::vector<uint8_t>{0, 0, 0x0B, 0x0A, 0, 0xFF}), request(1).data);
-    EXPECT_EQ(0x43, request(1).cmd);
-    EXPECT_EQ(0x0A, request(1).netfn);
-}
-
-TEST_F(SELRequest, OneEntryLogSendsOneRequest) {
-    bmc.records = {selRecord(0x0001, 0xFFFF)};
-    SELEntryText slot;
-    auto sel = make();
-    ASSERT_EQ(0, sel.IPMIGetSELEntry(&slot, 1));
-    EXPECT_EQ(1u, requestCount());
-    EXPECT_EQ(slotText(bmc.records[0]), slot.text);
 }
 
 TEST_F(SELRequest, MoreEntriesThanSlotsAreReadButNotKept) {
@@ -147,16 +128,9 @@ TEST_F(SELRequest, MoreEntriesThanSlotsAreReadButNotKept) {
         EXPECT_TRUE(cap.hasLog(4, "buffer[" + std::to_string(i) +
                                       "].data = " + slotText(bmc.records[static_cast<size_t>(i)])));
     }
-}
-
-TEST_F(SELRequest, NoSlotsAtAll) {
-    // Get SEL Info said empty, the BMC still has a record: it is read and
-    // logged, nothing is written.
-    bmc.records = {selRecord(0x0001, 0x0002), selRecord(0x0002, 0xFFFF)};
-    auto sel = make();
-    EXPECT_EQ(0, sel.IPMIGetSELEntry(nullptr, 5));
-    EXPECT_TRUE(cap.hasLog(4, "buffer[0].data = " + slotText(bmc.records[0])));
-    EXPECT_TRUE(cap.hasLog(4, "buffer[1].data = " + slotText(bmc.records[1])));
+    // No slot array at all (Get SEL Info said empty): read, logged, nothing written.
+    auto none = make();
+    EXPECT_EQ(0, none.IPMIGetSELEntry(nullptr, 5));
 }
 
 TEST_F(SELRequest, EmptySELAnswersCBh) {
@@ -169,25 +143,12 @@ TEST_F(SELRequest, EmptySELAnswersCBh) {
     EXPECT_TRUE(cap.hasLog(1, "IPMI error in obtaining system event log entry: Requested Sensor, "
                               "data, or record not present."));
     EXPECT_FALSE(cap.hasLog("IPMIRequestSEL::IPMIGetSELEntry() completed."));
-}
 
-TEST_F(SELRequest, FirstEntryFailures) {
-    bmc.records = {selRecord(0x0001, 0xFFFF)};
-    SELEntryText slot{};
     bmc.hook = [](const host::IpmiRequest&, int) -> std::optional<host::IpmiResponse> {
         return notSent();
     };
-    auto sel = make();
-    EXPECT_EQ(1, sel.IPMIGetSELEntry(&slot, 1));
+    EXPECT_EQ(1, sel.IPMIGetSELEntry(nullptr, 0));
     EXPECT_TRUE(cap.hasLog(0, "Failure in sending command to obtain SEL Entry."));
-
-    bmc.hook = [](const host::IpmiRequest&, int) -> std::optional<host::IpmiResponse> {
-        return cc(0x81);
-    };
-    EXPECT_EQ(1, sel.IPMIGetSELEntry(&slot, 1));
-    EXPECT_TRUE(cap.hasLog(1, "IPMI error in obtaining system event log entry: Cannot execute "
-                              "command, SEL erase in progress.\n"));
-    EXPECT_EQ('\0', slot.text[0]);
 }
 
 TEST_F(SELRequest, LaterFailures) {
@@ -236,19 +197,7 @@ TEST_F(SELRequest, CircularNextIDsEndTheWalk) {
     EXPECT_TRUE(cap.hasLog(1, "SEL walk stopped: record ID 0001h was already read."));
 }
 
-TEST_F(SELRequest, TruncatedAnswerEndsTheWalk) {
-    // Only the completion code and one byte: no next record ID to follow.
-    bmc.hook = [](const host::IpmiRequest&, int) -> std::optional<host::IpmiResponse> {
-        return ok({0x05});
-    };
-    SELEntryText slot{};
-    auto sel = make();
-    EXPECT_EQ(0, sel.IPMIGetSELEntry(&slot, 1));
-    EXPECT_EQ(1, bmc.entryRequests);
-    EXPECT_STREQ("00 05 \n", slot.text); // short texts keep their "\n"
-}
-
-TEST_F(SELRequest, LongAnswerIsCutToTheSlot) {
+TEST_F(SELRequest, AnswersOfOddLengths) {
     bmc.hook = [](const host::IpmiRequest&, int) -> std::optional<host::IpmiResponse> {
         std::vector<uint8_t> data(200, 0xEE);
         data[0] = 0xFF;
@@ -261,6 +210,17 @@ TEST_F(SELRequest, LongAnswerIsCutToTheSlot) {
     EXPECT_EQ(0, sel.IPMIGetSELEntry(slots, 1));
     EXPECT_EQ(57u, std::strlen(slots[0].text));
     EXPECT_EQ('x', slots[1].text[0]);
+
+    // Too short to carry a next record ID: the walk ends there, and a short
+    // text keeps its "\n".
+    bmc.hook = [](const host::IpmiRequest&, int) -> std::optional<host::IpmiResponse> {
+        return ok({0x05});
+    };
+    bmc.entryRequests = 0;
+    auto again = make();
+    EXPECT_EQ(0, again.IPMIGetSELEntry(slots, 1));
+    EXPECT_EQ(1, bmc.entryRequests);
+    EXPECT_STREQ("00 05 \n", slots[0].text);
 }
 
 TEST(SELSlotBytes, NeverOverflows) {
