@@ -72,6 +72,8 @@ struct ExportFixture : ::testing::Test {
     std::vector<host::Instance> Export(std::vector<IPMISELEntry> records, int32_t node = 0,
                                        int32_t offset = 0) {
         host.clear();
+        // Start the instance count afresh, so failure hooks count from 0 per export.
+        host::configure(host::config());
         int rc = ExportSEL(node, host::hostCallbacks(), host::outputHandle(), cache,
                            records.data(), static_cast<uint32_t>(records.size()), offset, aux,
                            NOXAQSV20::SPLibrary::GetSplibraryInstance(node));
