@@ -166,7 +166,8 @@ void TraceSDRBuffer(const char* info, const std::vector<SDRTextBlock>& blocks) {
 }
 
 // Reads this node's SEL into records. Slots are allocated for what Get SEL
-// Info reported (at least one, as the walk always stores its first answer);
+// Info reported (at least one: the walk asks for the first entry even of a
+// log said to be empty, and the array is never of size zero);
 // entries beyond that are fetched by the walk and not kept. Only the slots
 // the walk filled become records, so a walk that stopped early does not turn
 // empty slots into records. Returns the count Get SEL Info reported.
