@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -12,7 +13,12 @@
 #include "collector/Progress.h"
 #include "collector/Writers.h"
 #include "host/runtime.h"
+#include "host/sim/Recording.h"
 #include "host/sim/SimBmc.h"
+#if IPMISEL_HAVE_FREEIPMI
+#include "host/freeipmi/FreeIpmiTransport.h"
+#include "host/freeipmi/SdrReadSplitter.h"
+#endif
 
 namespace ipmisel::collector {
 
@@ -49,12 +55,99 @@ struct ErrorLine {
     }
 };
 
-// Where a real BMC would be reached. No real transport is built in yet: the
-// options are understood, and refused here with a clear word.
-int realBmcUnavailable(const Options& options, const ErrorLine& fail) {
-    std::string what = options.inband ? "--inband" : !options.hosts.empty() ? "--host" : "--record";
-    return fail(kExitTransport, what + " is not available in this build");
+// The environment variable that may hold the LAN password. A variable keeps
+// it out of the process listing, where an argument would show.
+constexpr const char kPasswordVariable[] = "IPMISEL_PASSWORD";
+
+// One line per node that cannot be reached or stops answering, printed when it
+// happens so it lands between the node's output and the next node's.
+struct NodeErrors {
+    const Environment& env;
+    std::ostream& err;
+    ProgressDisplay* progress = nullptr;
+    int count = 0;
+    void report(size_t node, const std::string& where, const std::string& what) {
+        ++count;
+        if (progress) {
+            progress->clear();
+        }
+        err << env.program << ": node " << node + 1 << " (" << where << "): " << what << '\n';
+    }
+};
+
+#if IPMISEL_HAVE_FREEIPMI
+using Session = std::shared_ptr<freeipmi::FreeIpmiTransport>;
+
+// Every session is closed when the collection ends, however it ends.
+struct SessionCloser {
+    std::vector<Session>& sessions;
+    ~SessionCloser() {
+        for (auto& s : sessions) {
+            s->close();
+        }
+    }
+};
+
+// The real BMCs the options name, one node each, in front of each the helper
+// for BMCs that cap Get SDR answers. Returns an exit code other than kExitOk
+// when the options cannot be used; `fail` has printed why.
+int realBmcConfig(const Options& options, const ErrorLine& fail, NodeErrors& errors,
+                  host::Config& config, std::vector<Session>& sessions) {
+    const bool lan = !options.hosts.empty();
+    std::string error;
+    auto flags = freeipmi::workaroundFlags(options.workarounds, lan, &error);
+    if (!flags) {
+        return fail(kExitUsage, error);
+    }
+    auto reporter = [&errors](size_t node, const std::string& where) {
+        return
+            [&errors, node, where](const std::string& what) { errors.report(node, where, what); };
+    };
+    if (lan) {
+        freeipmi::LanSettings base;
+        base.user = options.user;
+        if (options.passwordFile) {
+            base.password = freeipmi::readPasswordFile(*options.passwordFile, &error);
+            if (!base.password) {
+                return fail(kExitUsage, error);
+            }
+        } else if (const char* p = std::getenv(kPasswordVariable)) {
+            base.password = p;
+        }
+        base.cipherSuite = static_cast<uint8_t>(options.cipherSuite.value_or(3));
+        base.privilege = *freeipmi::privilegeLevel(options.privilege.value_or("admin"));
+        base.workaroundFlags = *flags;
+        base.timing.timeoutMs = static_cast<unsigned>(options.timeoutSeconds.value_or(10)) * 1000;
+        base.timing.retries = static_cast<unsigned>(options.retries.value_or(2));
+        for (const BmcHost& h : options.hosts) {
+            freeipmi::LanSettings s = base;
+            s.host = h.host;
+            s.port = h.port;
+            const size_t node = sessions.size();
+            const std::string where = freeipmi::FreeIpmiTransport::hostArgument(h.host, h.port);
+            sessions.push_back(
+                freeipmi::FreeIpmiTransport::lan(std::move(s), reporter(node, where)));
+        }
+        // Over the LAN the local machine's SMBIOS tables and drivers say nothing
+        // about the BMC: the plug-in skips those checks when the LAN flag is set.
+        config.lan = true;
+        config.driverPresent = true;
+    } else {
+        freeipmi::InbandSettings s;
+        s.workaroundFlags = *flags;
+        sessions.push_back(freeipmi::FreeIpmiTransport::inband(s, reporter(0, "in-band")));
+        // The driver question is answered by trying it: the plug-in asks it
+        // before it sends anything.
+        config.lan = false;
+        config.driverPresent = sessions.front()->open();
+        config.smbios = host::smbiosFromSystem();
+    }
+    for (const Session& session : sessions) {
+        config.nodes.push_back(std::make_shared<freeipmi::SdrReadSplitter>(session));
+    }
+    return kExitOk;
 }
+#endif
 
 } // namespace
 
@@ -141,9 +234,12 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
                  std::ostream& err) {
     ErrorLine fail{env, err};
 
-    if (options.wantsRealBmc() || options.recordFile) {
-        return realBmcUnavailable(options, fail);
+#if !IPMISEL_HAVE_FREEIPMI
+    if (options.wantsRealBmc()) {
+        return fail(kExitTransport, std::string(options.inband ? "--inband" : "--host") +
+                                        " is not available in this build");
     }
+#endif
 
     // Installation first: a missing plug-in or message file makes everything
     // else pointless.
@@ -161,8 +257,31 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     }
 
     // Where the data comes from.
+    NodeErrors nodeErrors{env, err};
+    host::Config config;
     std::string scenarioPath;
-    if (options.simFile) {
+#if IPMISEL_HAVE_FREEIPMI
+    std::vector<Session> sessions;
+    SessionCloser closer{sessions};
+    bool real = options.wantsRealBmc();
+    if (!real && !options.simFile) {
+        if (std::string device = kernelIpmiDevice(env); !device.empty()) {
+            err << env.program << ": no BMC given; using the local BMC through " << device << '\n';
+            real = true;
+        }
+    }
+    if (real) {
+        if (int code = realBmcConfig(options, fail, nodeErrors, config, sessions);
+            code != kExitOk) {
+            return code;
+        }
+    }
+#else
+    const bool real = false;
+#endif
+    if (real) {
+        // configured above
+    } else if (options.simFile) {
         scenarioPath = *options.simFile;
     } else {
         std::vector<std::string> looked;
@@ -185,14 +304,15 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
                 << " instead\n";
         }
     }
-    host::Config config;
-    try {
-        sim::Scenario scenario = sim::loadScenarioFile(scenarioPath);
-        sim::applyScenario(scenario, config);
-    } catch (const sim::ScenarioError& e) {
-        return fail(kExitScenario, e.what());
-    } catch (const std::exception& e) {
-        return fail(kExitScenario, scenarioPath + ": " + e.what());
+    if (!real) {
+        try {
+            sim::Scenario scenario = sim::loadScenarioFile(scenarioPath);
+            sim::applyScenario(scenario, config);
+        } catch (const sim::ScenarioError& e) {
+            return fail(kExitScenario, e.what());
+        } catch (const std::exception& e) {
+            return fail(kExitScenario, scenarioPath + ": " + e.what());
+        }
     }
 
     // Outputs, before any work is done.
@@ -216,10 +336,27 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
         }
     }
 
+    // The recording is written after the collection; a file that cannot be
+    // written is found out before the BMC is troubled.
+    if (options.recordFile) {
+        std::ofstream probe(*options.recordFile, std::ios::out | std::ios::trunc);
+        if (!probe) {
+            return fail(kExitOutput,
+                        "cannot write " + *options.recordFile + ": " + std::strerror(errno));
+        }
+    }
+
     Format format = options.format.value_or(toTerminal ? Format::Table : Format::Jsonl);
     auto writer = makeWriter(format, *sink, toTerminal ? env.terminalWidth : 120);
     ProgressDisplay progress(err, env.stderrIsTerminal);
+    nodeErrors.progress = &progress;
 
+    // The recorder sees what the plug-in sees, so a replay of its file gives
+    // the plug-in the same answers (and the same output).
+    std::vector<std::shared_ptr<sim::RecordingTransport>> recorders;
+    if (options.recordFile) {
+        recorders = sim::recordNodes(config);
+    }
     for (size_t i = 0; i < config.nodes.size(); ++i) {
         if (config.nodes[i]) {
             config.nodes[i] = std::make_shared<CountingTransport>(config.nodes[i],
@@ -258,6 +395,21 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
         return fail(kExitPlugin, error);
     }
 
+    // Written on every way out of the collection, so a BMC that made the
+    // plug-in fail can be replayed too.
+    auto saveRecording = [&]() {
+        if (!options.recordFile) {
+            return true;
+        }
+        try {
+            sim::writeRecording(*options.recordFile, recorders, &host::config());
+            return true;
+        } catch (const std::exception& e) {
+            fail(kExitOutput, e.what());
+            return false;
+        }
+    };
+
     std::vector<std::string> classes = options.effectiveClasses();
     std::vector<const char*> classNames;
     for (const auto& c : classes) {
@@ -274,6 +426,7 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     } catch (const std::exception& e) {
         progress.clear();
         logFile.close();
+        saveRecording();
         return fail(kExitFailure, std::string("the plug-in failed: ") + e.what());
     }
     progress.clear();
@@ -281,6 +434,9 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     sink->flush();
 
     int code = kExitOk;
+    if (!saveRecording()) {
+        code = kExitOutput;
+    }
     if (!*sink) {
         code =
             fail(kExitOutput, "writing " + options.outFile.value_or("standard output") + " failed");
@@ -290,6 +446,10 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     }
     if (status != NOXAQSV20::QSV_SUCCESS) {
         return fail(kExitFailure, "the plug-in reported status " + std::to_string(status));
+    }
+    if (code == kExitOk && nodeErrors.count > 0) {
+        // Each unreachable node has had its line already.
+        return kExitTransport;
     }
     if (code == kExitOk && host::instancesCommitted() == 0) {
         err << env.program << ": the plug-in reported nothing"

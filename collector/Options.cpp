@@ -1,6 +1,7 @@
 #include "collector/Options.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <functional>
 #include <map>
@@ -182,10 +183,17 @@ const std::map<std::string, Spec>& specs() {
          {true,
           [](Options& o, const std::string& v) {
               auto e = once(o.privilege.has_value(), "--privilege");
-              if (v != "user" && v != "operator" && v != "admin") {
+              // ipmitool's spelling (ADMINISTRATOR) is taken as well.
+              std::string level = v;
+              std::transform(level.begin(), level.end(), level.begin(),
+                             [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+              if (level == "administrator") {
+                  level = "admin";
+              }
+              if (level != "user" && level != "operator" && level != "admin") {
                   return "--privilege must be user, operator or admin, not \"" + v + "\"";
               }
-              o.privilege = v;
+              o.privilege = level;
               return e;
           }}},
         {"--workaround",
@@ -196,6 +204,26 @@ const std::map<std::string, Spec>& specs() {
               }
               o.workarounds.push_back(v);
               return std::string();
+          }}},
+        {"--timeout",
+         {true,
+          [](Options& o, const std::string& v) {
+              auto e = once(o.timeoutSeconds.has_value(), "--timeout");
+              o.timeoutSeconds = parseInt(v, 1, 300);
+              if (!o.timeoutSeconds) {
+                  return "--timeout must be a number of seconds from 1 to 300, not \"" + v + "\"";
+              }
+              return e;
+          }}},
+        {"--retries",
+         {true,
+          [](Options& o, const std::string& v) {
+              auto e = once(o.retries.has_value(), "--retries");
+              o.retries = parseInt(v, 0, 10);
+              if (!o.retries) {
+                  return "--retries must be a number from 0 to 10, not \"" + v + "\"";
+              }
+              return e;
           }}},
         {"--record",
          {true,
@@ -217,11 +245,13 @@ std::string crossCheck(const Options& o) {
     if (o.hosts.empty()) {
         // These only mean something to a BMC reached over the network; silently
         // ignoring them would hide a mistyped command line.
-        const char* lanOnly = o.user           ? "--user"
-                              : o.passwordFile ? "--password-file"
-                              : o.cipherSuite  ? "--cipher-suite"
-                              : o.privilege    ? "--privilege"
-                                               : nullptr;
+        const char* lanOnly = o.user             ? "--user"
+                              : o.passwordFile   ? "--password-file"
+                              : o.cipherSuite    ? "--cipher-suite"
+                              : o.privilege      ? "--privilege"
+                              : o.timeoutSeconds ? "--timeout"
+                              : o.retries        ? "--retries"
+                                                 : nullptr;
         if (lanOnly) {
             return std::string(lanOnly) + " needs --host";
         }
@@ -338,15 +368,21 @@ std::string usageText(const std::string& program) {
            "\n"
            "Where the data comes from:\n"
            "  --sim FILE           a simulated BMC described by a scenario file\n"
-           "  --inband             the local BMC through the kernel's IPMI driver\n"
+           "  --inband             the local BMC through the in-band IPMI drivers\n"
+           "                       (the kernel's IPMI device, KCS, SSIF, ...)\n"
            "  --host H[:PORT]      a BMC over IPMI 2.0 LAN (repeat for several nodes)\n"
-           "  --user NAME, --password-file FILE, --cipher-suite N,\n"
-           "  --privilege user|operator|admin, --workaround NAME\n"
-           "                       LAN session settings\n"
-           "  --record FILE        save every request and answer as a scenario\n"
+           "  --user NAME          LAN user (default: the anonymous user)\n"
+           "  --password-file FILE the LAN password: the file's first line; without it\n"
+           "                       the IPMISEL_PASSWORD environment variable\n"
+           "  --cipher-suite N     default 3\n"
+           "  --privilege LEVEL    user, operator or admin (default admin)\n"
+           "  --workaround NAME    a libfreeipmi workaround, e.g. opensesspriv (repeatable)\n"
+           "  --timeout SECONDS    how long one LAN request may take (default 10)\n"
+           "  --retries N          packets sent again within that time (default 2)\n"
+           "  --record FILE        save every request and answer as a scenario that\n"
+           "                       --sim FILE replays\n"
            "  Without any of these: the kernel's IPMI device when there is one, otherwise\n"
            "  the bundled demo scenario (stderr says which).\n"
-           "  Real BMCs (--inband, --host, --record) are not available in this build.\n"
            "\n"
            "What is collected:\n"
            "  --class NAME         one class (repeatable); default, in this order:\n" +
@@ -373,7 +409,8 @@ std::string usageText(const std::string& program) {
            "  4  the plug-in is missing, cannot be loaded or refused to load, or its\n"
            "     message file is missing\n"
            "  5  the output or log file cannot be written\n"
-           "  6  the BMC cannot be reached that way (or not with this build)\n";
+           "  6  a BMC could not be reached or stopped answering (what the other\n"
+           "     nodes gave is still written), or this build has no real-BMC transport\n";
 }
 
 } // namespace ipmisel::collector

@@ -12,13 +12,14 @@ namespace ipmisel::collector {
 
 // Exit codes. Kept few and stable: scripts branch on them.
 enum ExitCode : int {
-    kExitOk = 0,        // collection ran (whatever the BMC had to say)
-    kExitFailure = 1,   // anything unexpected, or the plug-in reported a failed collection
-    kExitUsage = 2,     // bad options
-    kExitScenario = 3,  // the scenario file is missing or broken
-    kExitPlugin = 4,    // plug-in missing, not loadable, refused to load, or no message file
-    kExitOutput = 5,    // --out or --log cannot be written
-    kExitTransport = 6, // the BMC cannot be reached this way (or not in this build)
+    kExitOk = 0,       // collection ran (whatever the BMC had to say)
+    kExitFailure = 1,  // anything unexpected, or the plug-in reported a failed collection
+    kExitUsage = 2,    // bad options
+    kExitScenario = 3, // the scenario file is missing or broken
+    kExitPlugin = 4,   // plug-in missing, not loadable, refused to load, or no message file
+    kExitOutput = 5,   // --out or --log cannot be written
+    kExitTransport =
+        6, // a BMC could not be reached or stopped answering (or no transport in this build)
 };
 
 enum class Format { Jsonl, Table, Csv };
@@ -52,6 +53,8 @@ struct Options {
     std::optional<int> cipherSuite;
     std::optional<std::string> privilege; // "user", "operator" or "admin"
     std::vector<std::string> workarounds;
+    std::optional<int> timeoutSeconds; // how long one LAN request may take
+    std::optional<int> retries;        // packets sent again within that time
     std::optional<std::string> recordFile;
 
     bool wantsRealBmc() const { return inband || !hosts.empty(); }

@@ -1,0 +1,109 @@
+// Real BMCs through libfreeipmi: the machine's own BMC through whichever
+// in-band driver libfreeipmi finds (the kernel's IPMI device first, then
+// KCS, SSIF and the rest), or a remote BMC over an IPMI 2.0 (lanplus)
+// session. One object is one BMC node with at most one open session.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/runtime.h"
+
+namespace ipmisel::freeipmi {
+
+// How long one request may take over the LAN and how often its packet is sent
+// again inside that time. The retransmission interval is the timeout divided
+// by (retries + 1), so a BMC that never answers costs exactly `timeoutMs`.
+struct Timing {
+    unsigned timeoutMs = 10000;
+    unsigned retries = 2;
+};
+
+struct LanSettings {
+    std::string host; // a name, an IPv4 address or an IPv6 address without brackets
+    uint16_t port = 623;
+    std::optional<std::string> user;     // none: the anonymous (null) user
+    std::optional<std::string> password; // none: the empty password; never logged
+    uint8_t cipherSuite = 3;
+    uint8_t privilege = 4; // 2 user, 3 operator, 4 administrator
+    unsigned workaroundFlags = 0;
+    Timing timing;
+};
+
+struct InbandSettings {
+    unsigned workaroundFlags = 0;
+};
+
+// Called once, with what went wrong (one line, without the BMC's name:
+// the caller knows the node), when a node cannot be reached or stops
+// answering; the transport then fails every later send at once instead of
+// waiting out the timeout again for each of them.
+using ErrorReporter = std::function<void(const std::string& line)>;
+
+class FreeIpmiTransport : public host::Transport {
+  public:
+    static std::shared_ptr<FreeIpmiTransport> lan(LanSettings settings,
+                                                  ErrorReporter report = nullptr);
+    static std::shared_ptr<FreeIpmiTransport> inband(InbandSettings settings = {},
+                                                     ErrorReporter report = nullptr);
+    ~FreeIpmiTransport() override;
+    FreeIpmiTransport(const FreeIpmiTransport&) = delete;
+    FreeIpmiTransport& operator=(const FreeIpmiTransport&) = delete;
+
+    // Opens the session (LAN) or the driver (in-band) unless it is open
+    // already. The first send opens it too; calling this first lets a caller
+    // learn early whether the BMC answers. After a failure it is not tried
+    // again: false at once, and `error` receives the first failure's text.
+    bool open(std::string* error = nullptr);
+    // Closes the session; a later send does not reopen it.
+    void close();
+
+    host::IpmiResponse send(const host::IpmiRequest& request) override;
+    // "lanplus HOST:PORT" or "in-band (DRIVER)". Never the user or password.
+    std::string describe() const override;
+
+    bool isOpen() const;
+    bool failed() const { return !failure_.empty(); }
+    const std::string& failure() const { return failure_; }
+    // The in-band driver that opened ("kernel IPMI driver", "KCS", ...), or "".
+    std::string driverName() const;
+
+    // The text libfreeipmi's host argument takes: HOST:PORT, [V6]:PORT.
+    static std::string hostArgument(const std::string& host, uint16_t port);
+
+  private:
+    struct Context;
+    FreeIpmiTransport(bool lan, LanSettings lanSettings, InbandSettings inbandSettings,
+                      ErrorReporter report);
+    void fail(const std::string& what);
+
+    bool lan_;
+    LanSettings lanSettings_;
+    InbandSettings inbandSettings_;
+    ErrorReporter report_;
+    std::unique_ptr<Context> context_;
+    int driverType_ = 0;
+    bool closed_ = false;
+    std::string failure_;
+};
+
+// The names FreeIPMI's own tools take for libfreeipmi's workaround flags.
+// Returns the flag, or none with `error` naming the ones that exist.
+std::optional<unsigned> workaroundFlag(const std::string& name, bool lan, std::string* error);
+// All names at once, OR-ed; none on the first unknown name.
+std::optional<unsigned> workaroundFlags(const std::vector<std::string>& names, bool lan,
+                                        std::string* error);
+
+// "user", "operator", "admin"/"administrator" (any case) to the IPMI level.
+std::optional<uint8_t> privilegeLevel(const std::string& name);
+
+// The first line of a password file, without its line end. None with `error`
+// set when it cannot be read or the password is longer than IPMI allows
+// (20 bytes). The password itself never appears in an error.
+std::optional<std::string> readPasswordFile(const std::string& path, std::string* error);
+
+} // namespace ipmisel::freeipmi
