@@ -52,7 +52,12 @@ int main(int argc, char** argv) {
         env.terminalWidth = terminalWidth();
     }
     std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
-    int code = ipmisel::collector::runCommandLine(args, env, std::cout, std::cerr);
+    int code = ipmisel::collector::kExitFailure;
+    try {
+        code = ipmisel::collector::runCommandLine(args, env, std::cout, std::cerr);
+    } catch (const std::exception& e) {
+        std::cerr << env.program << ": unexpected error: " << e.what() << '\n';
+    }
     std::cout.flush();
     return code;
 }

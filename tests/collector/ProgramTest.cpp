@@ -140,21 +140,20 @@ TEST(Program, HelpVersionAndBadOptions) {
     expectOneErrorLine(bad, "(see ipmisel-collect --help)");
     EXPECT_EQ(bad.out, "");
 
+#if !IPMISEL_HAVE_FREEIPMI
+    // Without the real-BMC transport the options are understood and refused.
     for (auto args : std::vector<std::vector<std::string>>{
              {"--inband"}, {"--host", "10.0.0.5", "--user", "admin"}}) {
         Outcome real = run(args);
         EXPECT_EQ(real.code, kExitTransport);
         expectOneErrorLine(real, "not available in this build");
     }
+#endif
 }
 
 TEST(Program, InstallationProblems) {
     NEED_PROGRAM();
     std::string scenario = t::writeTempFile("tiny.json", kTinyScenario);
-
-    Outcome missing = run({"--sim", scenario, "--plugin", "/nonexistent/ipmisel.so"});
-    EXPECT_EQ(missing.code, kExitPlugin);
-    expectOneErrorLine(missing, "plug-in not found: /nonexistent/ipmisel.so");
 
     std::string bare = pluginFolder(false);
     Outcome noMessages = run({"--sim", scenario, "--plugin", bare + "/ipmisel.so"});

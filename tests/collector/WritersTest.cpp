@@ -293,11 +293,4 @@ TEST(Csv, NewPropertyWidensTheHeaderInANewSection) {
                          "\r\nName,Version,Build\r\nCPLD,2.0,7\r\nBMC,1.2,\r\n");
 }
 
-TEST(Writers, FactoryPicksTheFormat) {
-    std::ostringstream out;
-    EXPECT_NE(dynamic_cast<JsonlWriter*>(makeWriter(Format::Jsonl, out).get()), nullptr);
-    EXPECT_NE(dynamic_cast<TableWriter*>(makeWriter(Format::Table, out).get()), nullptr);
-    EXPECT_NE(dynamic_cast<CsvWriter*>(makeWriter(Format::Csv, out).get()), nullptr);
-}
-
 } // namespace
