@@ -124,7 +124,8 @@ int realBmcConfig(const Options& options, const ErrorLine& fail, NodeErrors& err
             s.host = h.host;
             s.port = h.port;
             const size_t node = sessions.size();
-            const std::string where = freeipmi::FreeIpmiTransport::hostArgument(h.host, h.port);
+            const std::string where =
+                "lanplus " + freeipmi::FreeIpmiTransport::hostArgument(h.host, h.port);
             sessions.push_back(
                 freeipmi::FreeIpmiTransport::lan(std::move(s), reporter(node, where)));
         }

@@ -205,7 +205,15 @@ bool FreeIpmiTransport::open(std::string* error) {
             s.password ? s.password->c_str() : nullptr, nullptr, 0, s.privilege, s.cipherSuite,
             timeout, retransmit, s.workaroundFlags, IPMI_FLAGS_DEFAULT);
         if (rc < 0) {
-            fail("cannot open an IPMI 2.0 session: " + context_->error());
+            std::string why = "cannot open an IPMI 2.0 session: " + context_->error();
+            // Some BMCs (OpenIPMI's simulator among them) refuse the privilege
+            // asked for in the open-session request; FreeIPMI's workaround
+            // asks for it later instead.
+            if (context_->errnum() == IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED &&
+                !(s.workaroundFlags & IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE)) {
+                why += " (if the user has that privilege, try --workaround opensesspriv)";
+            }
+            fail(why);
             return result(false);
         }
     } else {
