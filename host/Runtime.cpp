@@ -204,11 +204,21 @@ EQSVStatusCode fdrGetPluginPath(TCPluginCallbacks* host, const char** path) {
     }
     const std::string& source =
         config().pluginPath.empty() ? state().loadedPluginPath : config().pluginPath;
+    // The plug-in asks for every message it looks up; an absolute path gives
+    // the same answer every time, so it is worked out once.
+    static std::string lastSource;
+    static const char* lastAnswer = nullptr;
+    if (lastAnswer != nullptr && !source.empty() && source[0] == '/' && source == lastSource) {
+        *path = lastAnswer;
+        return QSV_SUCCESS;
+    }
     std::string answer = ipmisel::host::pluginPathAnswer(source);
     if (answer.empty()) {
         return QSV_ERROR;
     }
     *path = state().pathAnswers.insert(std::move(answer)).first->c_str();
+    lastSource = source;
+    lastAnswer = *path;
     return QSV_SUCCESS;
 }
 

@@ -141,14 +141,19 @@ std::string RenderResponseFrom(const uint8_t* buf, size_t capacity, size_t first
         if (last > capacity - 1) {
             last = capacity - 1;
         }
-        char scratch[16];
-        for (size_t i = first; i <= last; ++i) {
-            if (TextLength(text, sizeof text) >= sizeof text - 1) {
-                break; // full: the rest would be cut anyway
+        // "%02X " per byte, written directly: this runs for every response
+        // of a 65,535-entry SEL, and a formatted print per byte dominated it.
+        static const char digits[] = "0123456789ABCDEF";
+        size_t used = 0;
+        for (size_t i = first; i <= last && used < sizeof text - 1; ++i) {
+            const char piece[3] = {digits[buf[i] >> 4], digits[buf[i] & 0x0F], ' '};
+            for (char c : piece) {
+                if (used < sizeof text - 1) {
+                    text[used++] = c;
+                }
             }
-            TextFormat(scratch, sizeof scratch, "%02X ", static_cast<unsigned>(buf[i]));
-            TextAppend(text, sizeof text, scratch);
         }
+        text[used] = '\0';
     }
     TextAppend(text, sizeof text, "\n");
     return std::string(text);

@@ -1,5 +1,6 @@
 #include "host/sim/Builders.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace ipmisel::sim {
@@ -297,7 +298,8 @@ std::vector<uint8_t> buildAuxEntry(const AuxEntryFields& f, uint16_t successor) 
         throw std::invalid_argument(std::to_string(f.extendedData.size()) +
                                     " bytes of extended data, at most 233 fit an entry");
     }
-    std::vector<uint8_t> e(10 + 22, 0);
+    // Header, fixed body and extended data, sized once and filled in place.
+    std::vector<uint8_t> e(10 + body, 0);
     e[0] = static_cast<uint8_t>(f.manufacturer & 0xFF);
     e[1] = static_cast<uint8_t>(f.manufacturer >> 8);
     e[2] = static_cast<uint8_t>(f.manufacturer >> 16);
@@ -313,7 +315,7 @@ std::vector<uint8_t> buildAuxEntry(const AuxEntryFields& f, uint16_t successor) 
     for (size_t i = 0; i < f.callerId.size(); ++i) {
         e[22 + i] = f.callerId[i];
     }
-    e.insert(e.end(), f.extendedData.begin(), f.extendedData.end());
+    std::copy(f.extendedData.begin(), f.extendedData.end(), e.begin() + 32);
     return e;
 }
 
