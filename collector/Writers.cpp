@@ -83,14 +83,16 @@ size_t fixedWidth() {
 
 std::string tableMessage(const host::Instance& record) {
     std::string message = record.get("Message");
-    std::string entity = record.get("Entity") + " " + record.get("EntityInstance");
-    std::string prefix =
-        entity + " (" + record.get("SensorType") + " - " + record.get("SensorInformation") + "): ";
-    if (!message.starts_with(prefix)) {
+    // The entity part before it is not matched: its instance number may be
+    // adjusted in the message after the property was written.
+    std::string repeated =
+        "(" + record.get("SensorType") + " - " + record.get("SensorInformation") + "): ";
+    size_t at = message.find(repeated);
+    if (at == std::string::npos) {
         return foldWhitespace(message);
     }
-    std::string rest = foldWhitespace(std::string_view(message).substr(prefix.size()));
-    std::string who = foldWhitespace(entity);
+    std::string who = foldWhitespace(std::string_view(message).substr(0, at));
+    std::string rest = foldWhitespace(std::string_view(message).substr(at + repeated.size()));
     return who.empty() ? rest : who + ": " + rest;
 }
 

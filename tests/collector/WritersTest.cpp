@@ -196,9 +196,15 @@ TEST(Table, MessageLosesOnlyWhatTheColumnsRepeat) {
                     text("SensorInformation", ""),
                     text("Message", "  (Processor - ): Assertion: IERR")};
     EXPECT_EQ(tableMessage(r), "Assertion: IERR");
+    // The message's entity instance may differ from the property (memory).
+    r.properties = {text("SensorType", "Memory"), text("EntityInstance", "6"),
+                    text("SensorInformation", "DIMM B2"),
+                    text("Message", "Memory device  (Memory - DIMM B2): Assertion: x")};
+    EXPECT_EQ(tableMessage(r), "Memory device: Assertion: x");
     // Anything else, OEM texts included, is shown whole.
-    for (const char* m : {"Processor 1 (Memory - CPU1 Status): x", "(Boot Time): 2024",
-                          "Unknown log type. Raw Data:\n01"}) {
+    for (const char* m :
+         {"Processor 1 (Memory - CPU1 Status): x", "(Boot Time): 2024",
+          "Processor 1 (Processor - CPU1 Status) no colon", "Unknown log type. Raw Data:\n01"}) {
         r = logRecord("1", m);
         EXPECT_EQ(tableMessage(r), foldWhitespace(m)) << m;
     }
