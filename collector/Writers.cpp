@@ -278,17 +278,38 @@ void TableWriter::writeLogRecord(const host::Instance& instance) {
         instance.get("SensorType"),
         instance.get("SensorInformation"),
     };
-    std::string line;
+    // Each cell is wrapped inside its column rather than cut: a message an
+    // admin cannot read whole is a message lost. Numbers are never wrapped; a
+    // wider one shifts its line, a cut one would lie.
+    std::vector<std::string> wrapped[std::size(kColumns) + 1];
+    size_t rows = 1;
     for (size_t i = 0; i < std::size(kColumns); ++i) {
         std::string text = foldWhitespace(cells[i]);
-        // Numbers are never cut: a wider one shifts its line, a cut one would lie.
-        line += kColumns[i].right && displayWidth(text) > kColumns[i].width
-                    ? text
-                    : column(text, kColumns[i].width, kColumns[i].right);
-        line += kSeparator;
+        if (kColumns[i].right) {
+            wrapped[i] = {text};
+        } else {
+            wrapped[i] = wrapText(text, kColumns[i].width, 0);
+        }
+        rows = std::max(rows, wrapped[i].size());
     }
-    line += fitWidth(tableMessage(instance), messageWidth);
-    out_ << line << '\n';
+    wrapped[std::size(kColumns)] = wrapText(tableMessage(instance), messageWidth, 0);
+    rows = std::max(rows, wrapped[std::size(kColumns)].size());
+    for (size_t r = 0; r < rows; ++r) {
+        std::string line;
+        for (size_t i = 0; i < std::size(kColumns); ++i) {
+            const std::string piece = r < wrapped[i].size() ? wrapped[i][r] : std::string();
+            line += kColumns[i].right && displayWidth(piece) > kColumns[i].width
+                        ? piece
+                        : column(piece, kColumns[i].width, kColumns[i].right);
+            line += kSeparator;
+        }
+        const auto& message = wrapped[std::size(kColumns)];
+        line += r < message.size() ? message[r] : std::string();
+        while (!line.empty() && line.back() == ' ') {
+            line.pop_back();
+        }
+        out_ << line << '\n';
+    }
     wroteAnything_ = true;
 }
 

@@ -1,6 +1,7 @@
 // The program as a user meets it: the built ipmisel-collect run on small
 // scenarios (skipped while the program or the plug-in is not built), and the
 // loader and path finding in-process.
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
@@ -227,9 +228,13 @@ TEST(Program, CollectsATinyScenario) {
     ASSERT_EQ(table.code, 0) << table.err;
     EXPECT_EQ(table.out, "");
     auto rows = lines(readFile(dir + "/table.txt"));
-    ASSERT_EQ(rows.size(), 3u);
+    ASSERT_GE(rows.size(), 3u);
     EXPECT_TRUE(rows[0].starts_with("Node | Record | Time stamp"));
     EXPECT_TRUE(rows[1].starts_with("   1 |      1 | 2024-03-01 "));
+    // One row per record; long cells continue on lines with empty number columns.
+    EXPECT_EQ(std::count_if(rows.begin() + 1, rows.end(),
+                            [](const std::string& r) { return r.rfind("   1 |", 0) == 0; }),
+              2);
     std::string quiet = readFile(dir + "/quiet.txt");
     for (const char* above : {"\n2 ", "\n3 ", "\n4 "}) {
         EXPECT_EQ(quiet.find(above), std::string::npos) << quiet;

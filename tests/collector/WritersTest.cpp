@@ -155,7 +155,7 @@ TEST(Jsonl, OneObjectPerInstanceInPluginOrder) {
     EXPECT_EQ(second["properties"]["Bad"], "\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-TEST(Table, LogRecordsAlignedAndCutAtTheWidth) {
+TEST(Table, LogRecordsAlignedAndWrappedWithinTheirColumns) {
     std::ostringstream out;
     TableWriter w(out, 120);
     std::string longMessage = "IERR   and\n a very long tail that cannot possibly fit into what "
@@ -165,27 +165,41 @@ TEST(Table, LogRecordsAlignedAndCutAtTheWidth) {
     Instance wideId = logRecord("1234567", "m");
     w.write(wideId);
     auto ls = lines(out.str());
-    ASSERT_EQ(ls.size(), 4u);
+    ASSERT_EQ(ls.size(), 6u);
     EXPECT_EQ(ls[0], "Node | Record | Time stamp          | Sensor type        | Sensor           "
                      "| Message");
     EXPECT_EQ(ls[1], "   1 |      1 | 2024-03-01 12:00:05 | Processor          | CPU1 Status      "
                      "| short");
-    // Every separator at the same place on every line.
-    for (size_t i = 0; i < 3; ++i) {
+    // Every separator at the same place on every line, continuation lines too.
+    for (size_t i = 0; i < 5; ++i) {
         const auto& l = ls[i];
         EXPECT_EQ(l.find(" | "), 4u) << l;
         EXPECT_EQ(l.find(" | ", 5), 13u) << l;
         EXPECT_EQ(l.find(" | ", 14), 35u) << l;
         EXPECT_EQ(l.find(" | ", 36), 56u) << l;
         EXPECT_EQ(l.find(" | ", 57), 75u) << l;
+        EXPECT_LE(l.size(), 120u) << l;
     }
-    EXPECT_EQ(ls[2].size(), 120u);
-    EXPECT_EQ(ls[2].substr(ls[2].size() - 3), "...");
-    EXPECT_NE(ls[2].find("| A sensor name... |"), std::string::npos);
-    // Folded: the new line and the run of blanks became single spaces.
-    EXPECT_NE(ls[2].find("| IERR and a very"), std::string::npos);
+    // Folded (the new line and the run of blanks became single spaces) and
+    // wrapped at word boundaries: nothing of the message or the name is lost.
+    EXPECT_NE(ls[2].find("| A sensor name    | IERR and a very long tail that cannot"),
+              std::string::npos)
+        << ls[2];
+    EXPECT_EQ(
+        ls[3].rfind("     |        |                     |                    | longer than", 0),
+        0u)
+        << ls[3];
+    std::string joined;
+    for (size_t i = 2; i <= 4; ++i) {
+        joined += ls[i].substr(78) + " ";
+    }
+    EXPECT_NE(joined.find("possibly fit into what is left of a line of one hundred and twenty "
+                          "columns"),
+              std::string::npos)
+        << joined;
+    EXPECT_NE(ls[4].find("sixteen"), std::string::npos);
     // A record ID wider than its column is shown whole, not cut.
-    EXPECT_NE(ls[3].find("| 1234567 |"), std::string::npos) << ls[3];
+    EXPECT_NE(ls[5].find("| 1234567 |"), std::string::npos) << ls[5];
 }
 
 TEST(Table, MessageLosesOnlyWhatTheColumnsRepeat) {
@@ -214,12 +228,17 @@ TEST(Table, NarrowAndWideTerminals) {
     std::ostringstream narrow;
     TableWriter(narrow, 60).write(logRecord("3", std::string(200, 'x')));
     auto ls = lines(narrow.str());
-    // The fixed columns stay; the message keeps a minimum readable width.
+    // The fixed columns stay; the message keeps a minimum readable width and
+    // a word longer than that is cut into pieces of it.
     EXPECT_EQ(ls[1].size(), 78u + TableWriter::kMinMessageWidth);
+    EXPECT_EQ(ls.size(),
+              1u + (200 + TableWriter::kMinMessageWidth - 1) / TableWriter::kMinMessageWidth);
 
     std::ostringstream wide;
     TableWriter(wide, 200).write(logRecord("3", std::string(200, 'x')));
-    EXPECT_EQ(lines(wide.str())[1].size(), 200u);
+    ls = lines(wide.str());
+    EXPECT_EQ(ls[1].size(), 200u);
+    EXPECT_EQ(ls.size(), 3u);
 }
 
 TEST(Table, OtherClassesAsWrappedNameValueLines) {
