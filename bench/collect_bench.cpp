@@ -103,11 +103,18 @@ void collect(benchmark::State& state, bool logToSink) {
     }
 }
 
-void BM_CollectSEL(benchmark::State& state) { collect(state, false); }
-void BM_CollectSEL_LogToSink(benchmark::State& state) { collect(state, true); }
+void BM_CollectSEL(benchmark::State& state) {
+    collect(state, false);
+}
+void BM_CollectSEL_LogToSink(benchmark::State& state) {
+    collect(state, true);
+}
 
 BENCHMARK(BM_CollectSEL)->Arg(1000)->Arg(65535)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_CollectSEL_LogToSink)->Arg(1000)->Arg(65535)->Unit(benchmark::kMillisecond)
+BENCHMARK(BM_CollectSEL_LogToSink)
+    ->Arg(1000)
+    ->Arg(65535)
+    ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
 } // namespace

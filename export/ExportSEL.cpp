@@ -165,7 +165,9 @@ void ApplyAdjustments(StandardTexts& t) {
     }
 }
 
-std::string Text(const char* buf) { return std::string(buf, TextLength(buf, kTextSize)); }
+std::string Text(const char* buf) {
+    return std::string(buf, TextLength(buf, kTextSize));
+}
 
 // Properties and message of a type 02h record.
 void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cache,
@@ -239,8 +241,8 @@ void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cac
 }
 
 // "Message" (and "SensorType") of every other kind.
-void ExportSpecial(TCPluginCallbacks* cb, fdriIOHandle* io, const KindInfo& kind,
-                   IPMISELEntry& rec, IPMIMapping& mapping, const char* timestamp) {
+void ExportSpecial(TCPluginCallbacks* cb, fdriIOHandle* io, const KindInfo& kind, IPMISELEntry& rec,
+                   IPMIMapping& mapping, const char* timestamp) {
     char buf[kTextSize];
     std::memset(buf, 0, sizeof buf);
     std::string message;
@@ -288,12 +290,11 @@ void ExportSpecial(TCPluginCallbacks* cb, fdriIOHandle* io, const KindInfo& kind
 std::string AuxLogText(const std::vector<AuxLogRecord>& auxRecords, uint16_t recordID) {
     for (const AuxLogRecord& aux : auxRecords) {
         if (aux.GetRecordID() == recordID) {
-            std::string text = "Type: " + aux.GetTypeName() + " Sev: " + aux.GetSeverityName() +
-                               " Class: " + aux.GetClassName() +
-                               " Sub-Class: " + aux.GetSubClassName() +
-                               " Instance: " + aux.GetInstanceText() +
-                               " GUID: " + aux.GetCallerIDText() +
-                               " Extended Data: " + aux.GetExtendedData();
+            std::string text =
+                "Type: " + aux.GetTypeName() + " Sev: " + aux.GetSeverityName() +
+                " Class: " + aux.GetClassName() + " Sub-Class: " + aux.GetSubClassName() +
+                " Instance: " + aux.GetInstanceText() + " GUID: " + aux.GetCallerIDText() +
+                " Extended Data: " + aux.GetExtendedData();
             if (text.size() >= kTextSize) {
                 text.resize(kTextSize - 1);
             }
@@ -345,8 +346,7 @@ bool FilteredOnFirstNode(int32_t node, const IPMISELEntry& rec) {
 
 bool g_driveNumberingFlag = false;
 
-int FillSELArray(TCPluginCallbacks*, const char* selText, IPMISELEntry* records,
-                 uint32_t count) {
+int FillSELArray(TCPluginCallbacks*, const char* selText, IPMISELEntry* records, uint32_t count) {
     Log(SevTrace, "FillSELArray() function entered.");
     if (count == 0) {
         return 0;
@@ -394,8 +394,7 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
             LogF(SevTrace, "This SEL entry (ID %d) has an unknown type (0x%x).\n", recordID,
                  rec.RecordType());
         } else {
-            rec.GetTimestamp(timestamp, sizeof timestamp - 1, diffTime, synchronize,
-                             bmcNotBehind);
+            rec.GetTimestamp(timestamp, sizeof timestamp - 1, diffTime, synchronize, bmcNotBehind);
             if (kind.kind == Kind::BootTime) {
                 // The boot record carries the moment the OS booted in its data;
                 // that moment is what the record reports.

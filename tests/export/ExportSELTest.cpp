@@ -74,8 +74,8 @@ struct ExportFixture : ::testing::Test {
         host.clear();
         // Start the instance count afresh, so failure hooks count from 0 per export.
         host::configure(host::config());
-        int rc = ExportSEL(node, host::hostCallbacks(), host::outputHandle(), cache,
-                           records.data(), static_cast<uint32_t>(records.size()), offset, aux,
+        int rc = ExportSEL(node, host::hostCallbacks(), host::outputHandle(), cache, records.data(),
+                           static_cast<uint32_t>(records.size()), offset, aux,
                            NOXAQSV20::SPLibrary::GetSplibraryInstance(node));
         EXPECT_EQ(rc, 0);
         return host.instancesOf("OXASG_IPMILogRecord");
@@ -97,12 +97,11 @@ TEST_F(ExportFixture, StandardRecordWithSensorWritesEveryPropertyInOrder) {
     auto out = Export({Threshold(7)}, 0, 100);
     ASSERT_EQ(out.size(), 1u);
     const auto& i = out[0];
-    EXPECT_EQ(Names(i),
-              (std::vector<std::string>{"CreationClassName", "LogCreationClassName", "LogName",
-                                        "RecordID", "MessageTimestamp", "CreationTimeStamp",
-                                        "Source", "SensorType", "EventType", "Entity",
-                                        "EntityInstance", "SensorInformation", "Message",
-                                        "AuxLog", "SourceNode", "RawData"}));
+    EXPECT_EQ(Names(i), (std::vector<std::string>{
+                            "CreationClassName", "LogCreationClassName", "LogName", "RecordID",
+                            "MessageTimestamp", "CreationTimeStamp", "Source", "SensorType",
+                            "EventType", "Entity", "EntityInstance", "SensorInformation", "Message",
+                            "AuxLog", "SourceNode", "RawData"}));
     EXPECT_EQ(i.get("CreationClassName"), "OXASG_IPMILog");
     EXPECT_EQ(i.get("LogName"), "IPMILogEntry");
     EXPECT_EQ(i.get("RecordID"), "107");
@@ -139,8 +138,8 @@ TEST_F(ExportFixture, WithoutSensorRecordTheSdrTextsStayEmpty) {
 }
 
 TEST_F(ExportFixture, FirstNodeKeepsOnlyItsOwnGenerators) {
-    std::vector<IPMISELEntry> records = {Threshold(1, 0x20), Threshold(2, 0x41),
-                                         Threshold(3, 0x4C), Threshold(4, 0x22)};
+    std::vector<IPMISELEntry> records = {Threshold(1, 0x20), Threshold(2, 0x41), Threshold(3, 0x4C),
+                                         Threshold(4, 0x22)};
     auto first = Export(records, 0);
     std::vector<std::string> ids;
     for (const auto& i : first) {
@@ -155,15 +154,15 @@ TEST_F(ExportFixture, FirstNodeKeepsOnlyItsOwnGenerators) {
 
 TEST_F(ExportFixture, SpecialKindsCarryTheirOwnSensorTypeAndMessage) {
     auto unknown = Record({9, 0, 0x03, 1, 2, 3, 4, 0x20, 0, 4, 1, 2, 3, 4, 5, 6});
-    auto boot = Record({10, 0, 0xDC, 0x25, 0x7D, 0x93, 0x65, 0x20, 0, 4, 0, 0, 0, 0x00, 0x00,
-                        0x00});
+    auto boot =
+        Record({10, 0, 0xDC, 0x25, 0x7D, 0x93, 0x65, 0x20, 0, 4, 0, 0, 0, 0x00, 0x00, 0x00});
     // Boot moment in bytes 11..14: 1000000000 = 3B9ACA00h = 2001-09-09 01:46:40.
     boot.bytes[11] = 0x00;
     boot.bytes[12] = 0xCA;
     boot.bytes[13] = 0x9A;
     boot.bytes[14] = 0x3B;
-    auto shutdown = Record({11, 0, 0xDD, 0x25, 0x7D, 0x93, 0x65, 0x20, 0, 4, 0, 'A', 0, 'B',
-                            'C', 0});
+    auto shutdown =
+        Record({11, 0, 0xDD, 0x25, 0x7D, 0x93, 0x65, 0x20, 0, 4, 0, 'A', 0, 'B', 'C', 0});
     auto c0 = Record({12, 0, 0xC0, 0x25, 0x7D, 0x93, 0x65, 0x01, 0x02, 0x00, 1, 0, 0, 0, 0, 0});
     auto e1 = Record({13, 0, 0xE1, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13});
     auto out = Export({unknown, boot, shutdown, c0, e1}, 1);
@@ -204,11 +203,11 @@ TEST_F(ExportFixture, MessageAdjustmentsLeaveThePropertiesAsDecoded) {
     // 0Dh drive slot: the number in the name becomes the instance.
     cache.push_back(Sensor(0x43, 0x04, 5, "Drive 12"));
     auto event = [](uint16_t id, uint8_t sensorType, uint8_t number) {
-        return Record({uint8_t(id), 0, 0x02, 0x25, 0x7D, 0x93, 0x65, 0x20, 0, 4, sensorType,
-                       number, 0x6F, 0x01, 0xFF, 0xFF});
+        return Record({uint8_t(id), 0, 0x02, 0x25, 0x7D, 0x93, 0x65, 0x20, 0, 4, sensorType, number,
+                       0x6F, 0x01, 0xFF, 0xFF});
     };
-    auto out = Export({event(1, 0x0C, 0x40), event(2, 0x08, 0x41), event(3, 0x14, 0x42),
-                       event(4, 0x0D, 0x43)});
+    auto out = Export(
+        {event(1, 0x0C, 0x40), event(2, 0x08, 0x41), event(3, 0x14, 0x42), event(4, 0x0D, 0x43)});
     ASSERT_EQ(out.size(), 4u);
     EXPECT_EQ(out[0].get("EntityInstance"), "2");
     EXPECT_NE(out[0].get("Message").find(" (Memory - DIMM A1): "), std::string::npos);
