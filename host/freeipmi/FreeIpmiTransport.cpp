@@ -200,18 +200,40 @@ bool FreeIpmiTransport::open(std::string* error) {
         const unsigned timeout = std::max(1u, s.timing.timeoutMs);
         const unsigned retransmit = std::max(1u, timeout / (s.timing.retries + 1));
         const std::string hostname = hostArgument(s.host, s.port);
-        int rc = ipmi_ctx_open_outofband_2_0(
-            context_->ctx, hostname.c_str(), s.user ? s.user->c_str() : nullptr,
-            s.password ? s.password->c_str() : nullptr, nullptr, 0, s.privilege, s.cipherSuite,
-            timeout, retransmit, s.workaroundFlags, IPMI_FLAGS_DEFAULT);
-        if (rc < 0) {
+        auto attempt = [&](unsigned flags) {
+            if (!context_->ctx) {
+                context_ = std::make_unique<Context>();
+                context_->ctx = ipmi_ctx_create();
+                if (!context_->ctx) {
+                    return false;
+                }
+            }
+            return ipmi_ctx_open_outofband_2_0(
+                       context_->ctx, hostname.c_str(), s.user ? s.user->c_str() : nullptr,
+                       s.password ? s.password->c_str() : nullptr, nullptr, 0, s.privilege,
+                       s.cipherSuite, timeout, retransmit, flags, IPMI_FLAGS_DEFAULT) == 0;
+        };
+        constexpr unsigned kOpenSessPriv =
+            IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE;
+        if (!attempt(s.workaroundFlags)) {
             std::string why = "cannot open an IPMI 2.0 session: " + context_->error();
             // Some BMCs (OpenIPMI's simulator among them) refuse the privilege
-            // asked for in the open-session request; FreeIPMI's workaround
-            // asks for it later instead.
-            if (context_->errnum() == IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED &&
-                !(s.workaroundFlags & IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE)) {
-                why += " (if the user has that privilege, try --workaround opensesspriv)";
+            // asked for in the open-session request although the user has it;
+            // asking for it after the session is up, as FreeIPMI's
+            // "opensesspriv" workaround does, satisfies them. Tried once, on
+            // a fresh context, so such a BMC works without the user knowing
+            // the workaround's name. The BMC answered, so this costs a round
+            // trip, not a timeout.
+            const bool retry = context_->errnum() == IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED &&
+                               !(s.workaroundFlags & kOpenSessPriv);
+            if (retry) {
+                context_ = std::make_unique<Context>();
+                if (attempt(s.workaroundFlags | kOpenSessPriv)) {
+                    lanSettings_.workaroundFlags |= kOpenSessPriv;
+                    context_->open = true;
+                    return true;
+                }
+                why += " (also with the opensesspriv workaround: " + context_->error() + ")";
             }
             fail(why);
             return result(false);

@@ -133,8 +133,10 @@ Collected collect(const std::vector<const IpmiSim*>& sims, std::vector<std::stri
         argv.push_back("--host");
         argv.push_back(s->hostArg());
     }
+    // No --workaround: the session falls back to opensesspriv by itself when
+    // the simulator refuses the privilege, as a user's first try would need.
     for (std::string a : {"--user", IpmiSim::kUser, "--password-file", passwordFile.c_str(),
-                          "--workaround", "opensesspriv", "--timeout", "2", "--retries", "1"}) {
+                          "--timeout", "2", "--retries", "1"}) {
         argv.push_back(a);
     }
     argv.insert(argv.end(), extra.begin(), extra.end());
@@ -456,14 +458,13 @@ TEST_F(AgainstIpmiSim, PasswordFromTheEnvironmentAndWrongPasswords) {
     EXPECT_NE(bad.err.find("node 1 (lanplus " + sim->hostArg() + ")"), std::string::npos);
     EXPECT_EQ(bad.err.find("not-the-Secret"), std::string::npos);
 
-    // Without the workaround this simulator refuses the session; the line
-    // says what to try.
-    RunResult noWorkaround = runProgram({collector(), "--host", sim->hostArg(), "--user",
-                                         IpmiSim::kUser, "--password-file", passwordFile()},
-                                        kUtc);
-    EXPECT_EQ(noWorkaround.code, 6);
-    EXPECT_NE(noWorkaround.err.find("--workaround opensesspriv"), std::string::npos)
-        << noWorkaround.err;
+    // An unknown user: one line, and no fallback turns it into something else.
+    RunResult user = runProgram({collector(), "--host", sim->hostArg(), "--user", "nobody",
+                                 "--password-file", passwordFile()},
+                                kUtc);
+    EXPECT_EQ(user.code, 6);
+    EXPECT_EQ(std::count(user.err.begin(), user.err.end(), '\n'), 1) << user.err;
+    EXPECT_NE(user.err.find("username invalid"), std::string::npos) << user.err;
 }
 
 TEST(TwoBmcs, TwoNodesWithRunningRecordIdsThenOneStopped) {
