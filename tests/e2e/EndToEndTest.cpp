@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <memory>
@@ -86,7 +87,19 @@ std::string collector() {
 }
 
 // Every run is in UTC so the tools agree on how to show a time stamp.
-const std::map<std::string, std::string> kUtc = {{"TZ", "UTC"}};
+// In a sanitizer build the leak checker of the collector is told not to scan
+// thread-local storage: with the glibc of Debian 12 the ASan runtime of GCC
+// 12 at times reads a bogus range for the dynamic TLS of the plug-in, which
+// the collector opens with dlopen, and crashes at exit ("Tracer caught signal
+// 11"). Leaks are still looked for; other builds ignore the variable.
+const std::map<std::string, std::string> kUtc = [] {
+    // Without its TLS the checker suppresses one allocation and says so on
+    // stderr, which the tests read.
+    constexpr const char* kLsan = ":use_tls=0:print_suppressions=0";
+    const char* lsan = std::getenv("LSAN_OPTIONS");
+    std::string options = lsan && *lsan ? std::string(lsan) + kLsan : kLsan + 1;
+    return std::map<std::string, std::string>{{"TZ", "UTC"}, {"LSAN_OPTIONS", options}};
+}();
 
 #define NEED_TOOLS()                                                                               \
     do {                                                                                           \
@@ -356,6 +369,10 @@ TEST_F(AgainstIpmiSim, TableShowsEveryRecordWithItsSensor) {
     EXPECT_EQ(rows[0][4], "CPU1 Temp");
     EXPECT_EQ(rows[2][4], "12V");
     EXPECT_EQ(rows[5][4], "Chassis Intru");
+    // The converted readings, wherever the message column wraps them.
+    for (const char* reading : {"92.00", "400.00", "13.50", "13.20"}) {
+        EXPECT_NE(run.result.out.find(reading), std::string::npos) << reading;
+    }
 }
 
 TEST_F(AgainstIpmiSim, RecordIdsTimeStampsAndSensorsAgreeWithIpmitool) {
