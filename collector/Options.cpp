@@ -40,7 +40,7 @@ std::optional<int> parseInt(const std::string& text, int lo, int hi) {
     return value;
 }
 
-struct Spec {
+struct OptionRule {
     bool takesValue;
     // Applies the option; returns an error text or "".
     std::function<std::string(Options&, const std::string&)> apply;
@@ -50,8 +50,8 @@ std::string once(bool already, const std::string& name) {
     return already ? name + " given more than once" : std::string();
 }
 
-const std::map<std::string, Spec>& specs() {
-    static const std::map<std::string, Spec> table = {
+const std::map<std::string, OptionRule>& optionRules() {
+    static const std::map<std::string, OptionRule> table = {
         {"--help",
          {false,
           [](Options& o, const std::string&) {
@@ -321,15 +321,15 @@ ParsedOptions parseOptions(const std::vector<std::string>& args) {
                 name = name.substr(0, eq);
             }
         }
-        auto it = specs().find(name);
-        if (it == specs().end()) {
+        auto it = optionRules().find(name);
+        if (it == optionRules().end()) {
             parsed.error = name.starts_with("-") ? "unknown option " + name
                                                  : "unexpected argument \"" + name + "\"";
             return parsed;
         }
-        const Spec& spec = it->second;
+        const OptionRule& rule = it->second;
         std::string value;
-        if (spec.takesValue) {
+        if (rule.takesValue) {
             if (inlineValue) {
                 value = *inlineValue;
             } else if (i + 1 < args.size()) {
@@ -342,7 +342,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& args) {
             parsed.error = name + " takes no value";
             return parsed;
         }
-        if (std::string e = spec.apply(o, value); !e.empty()) {
+        if (std::string e = rule.apply(o, value); !e.empty()) {
             parsed.error = e;
             return parsed;
         }
