@@ -31,8 +31,6 @@ TEST(ScenarioParse, RefusesMistakesWithOneLineNamingFileAndPlace) {
         {R"({"nodes": [{"sel": {"recrods": []}}]})",
          "bad.json: nodes[0].sel: unknown key \"recrods\""},
         {R"({"machineTyp": "1234"})", "bad.json: unknown key \"machineTyp\""},
-        {R"({"nodes": [{"sel": {"version": 256}}]})",
-         "bad.json: nodes[0].sel.version: 256 is out of range 0..255"},
         {R"({"nodes": [{"sel": {"version": "0x1FF"}}]})",
          "bad.json: nodes[0].sel.version: 0x1FF is out of range 0..255"},
         {R"({"nodes": [{"sel": {"version": "five"}}]})",
@@ -41,12 +39,9 @@ TEST(ScenarioParse, RefusesMistakesWithOneLineNamingFileAndPlace) {
          "bad.json: nodes[0].sel.version: expected a number, got a fraction"},
         {R"({"driverPresent": "yes"})",
          "bad.json: driverPresent: expected true or false, got a string"},
-        {R"({"nodes": {}})", "bad.json: nodes: expected a list, got an object"},
         {R"([1, 2])", "bad.json: expected a JSON object at the top, got a list"},
         {R"({"nodes": [{"deviceId": "20 0"}]})",
          "bad.json: nodes[0].deviceId: not hex bytes: odd number of hex digits"},
-        {R"({"nodes": [{"deviceId": "20 0G"}]})",
-         "bad.json: nodes[0].deviceId: not hex bytes: 'G' is not a hex digit"},
         {R"({"nodes": [{"deviceId": [1, 300]}]})",
          "bad.json: nodes[0].deviceId[1]: 300 is out of range 0..255"},
         {R"({"nodes": [{"sel": {"records": [{"id": 3}, {"id": 3}]}}]})",
@@ -70,16 +65,12 @@ TEST(ScenarioParse, RefusesMistakesWithOneLineNamingFileAndPlace) {
          "\"2024-03-01T12:00:00Z\""},
         {R"({"nodes": [{"sdr": {"records": [{"full": {"m": 1024}}]}}]})",
          "bad.json: nodes[0].sdr.records[0].full.m: 1024 is out of range -512..1023"},
-        {R"({"nodes": [{"sdr": {"records": [{"full": {"rExp": -9}}]}}]})",
-         "bad.json: nodes[0].sdr.records[0].full.rExp: -9 is out of range -8..15"},
         {R"({"nodes": [{"sdr": {"records": [{"compact": {"name": "ABCDEFGHIJKLMNOPQ"}}]}}]})",
          "bad.json: nodes[0].sdr.records[0].compact.name: 17 bytes, an ID string holds at most "
          "16"},
         {R"({"nodes": [{"sdr": {"records": [{"full": {}, "compact": {}}]}}]})",
          "bad.json: nodes[0].sdr.records[0]: give exactly one of \"full\", \"compact\" or "
          "\"fruLocator\""},
-        {R"({"nodes": [{"sdr": {"records": [{"fruLocator": {"channel": 16}}]}}]})",
-         "bad.json: nodes[0].sdr.records[0].fruLocator.channel: 16 is out of range 0..15"},
         {R"({"nodes": [{"sdr": {"records": ["01 00 51"]}}]})",
          "bad.json: nodes[0].sdr.records[0]: 3 bytes, an SDR record has a 5-byte header at "
          "least"},
@@ -100,48 +91,27 @@ TEST(ScenarioParse, RefusesMistakesWithOneLineNamingFileAndPlace) {
         {R"({"nodes": [{"transcript": [], "sel": {}}]})",
          "bad.json: nodes[0].sel: a node with a \"transcript\" answers from it alone; leave "
          "\"sel\" out"},
-        {R"({"nodes": [{"transcript": [{"netfn": 10, "cmd": 64, "fail": true, "cc": 0}]}]})",
-         "bad.json: nodes[0].transcript[0]: a failed send has no \"cc\" or \"response\""},
         {R"({"nodes": [{"i2c": [{"bus": 1, "address": 192}, {"bus": 1, "address": "0xC0"}]}]})",
          "bad.json: nodes[0].i2c[1]: the device on this bus and address is given twice"},
         {R"({"smbios": ["01 04 00 00 00"]})",
          "bad.json: smbios[0]: not a whole SMBIOS structure (header, formatted area, string set)"},
-        {R"({"smbios": [{"type": 1, "uuid": "00"}]})",
-         "bad.json: smbios[0].uuid: 1 bytes, a UUID has 16"},
-        {R"({"smbios": [{"type": 38, "colour": 1}]})",
-         "bad.json: smbios[0]: unknown key \"colour\""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.json);
-        std::string got = errorOf(c.json);
-        EXPECT_EQ(got, c.message);
-        EXPECT_EQ(got.find('\n'), std::string::npos);
+        EXPECT_EQ(errorOf(c.json), c.message);
     }
 }
 
-TEST(ScenarioParse, InvalidJsonGivesLineAndColumnOnOneLine) {
+TEST(ScenarioParse, InvalidJsonOrAMissingFileIsOneLine) {
     std::string got = errorOf("{\n  \"nodes\": [\n    {\"sel\": }\n  ]\n}");
     EXPECT_EQ(got.rfind("bad.json: parse error at line 3, column 13: ", 0), 0u) << got;
     EXPECT_EQ(got.find('\n'), std::string::npos);
-}
-
-TEST(ScenarioParse, MissingFileIsNamed) {
     try {
         loadScenarioFile("/nonexistent/dir/x.json");
         FAIL() << "accepted";
     } catch (const ScenarioError& e) {
         EXPECT_EQ(std::string(e.what()).rfind("/nonexistent/dir/x.json: cannot open: ", 0), 0u);
     }
-}
-
-TEST(ScenarioParse, EmptyDocumentGivesDefaults) {
-    Scenario s = parseScenario("{}", "x.json");
-    EXPECT_TRUE(s.nodes.empty());
-    EXPECT_EQ(s.machineType, "0000");
-    EXPECT_TRUE(s.driverPresent);
-    EXPECT_TRUE(s.libraryAvailable);
-    EXPECT_FALSE(s.lan.has_value());
-    EXPECT_TRUE(s.smbiosReadable);
 }
 
 TEST(ScenarioParse, NumbersAsTextAndRecordIdsCountOnFromTheLastOne) {
@@ -171,42 +141,25 @@ TEST(ScenarioParse, AuxLogSuccessorsLinkEntriesAndMarkTheLast) {
     EXPECT_EQ(toHex(std::span(log[0].bytes).first(10)), "C1 A3 00 18 00 07 00 08 00 00");
     EXPECT_EQ(toHex(std::span(log[1].bytes).first(10)), "C1 A3 00 16 00 08 00 FF FF 00");
     EXPECT_EQ(log[0].bytes.size(), 10u + 24u);
-    EXPECT_TRUE(s.nodes[0].auxLogSupported);
 }
 
 TEST(ScenarioParse, ApplyScenarioFillsTheHostConfiguration) {
     Scenario s = parseScenario(R"({"machineType": "7X12", "biosID": "B1", "lan": false,
-        "iBMC": true, "smbios": [{"type": 38}, {"type": 11, "strings": ["OXA Torvik Adapter"]}],
+        "smbios": [{"type": 38}, {"type": 11, "strings": ["OXA Torvik Adapter"]}],
         "nodes": [{}, {"name": "spare"}]})",
                                "x.json");
     host::Config config;
-    auto bmcs = applyScenario(s, config);
-    ASSERT_EQ(bmcs.size(), 2u);
+    ASSERT_EQ(applyScenario(s, config).size(), 2u);
     ASSERT_EQ(config.nodes.size(), 2u);
-    EXPECT_EQ(config.nodes[0]->describe(), "simulated BMC node 1");
-    EXPECT_EQ(config.nodes[1]->describe(), "spare");
-    EXPECT_EQ(config.machineType, "7X12");
-    EXPECT_EQ(config.machineTypeFromID, "7X12");
-    EXPECT_EQ(config.biosID, "B1");
+    EXPECT_EQ(config.nodes[0]->describe() + "/" + config.nodes[1]->describe(),
+              "simulated BMC node 1/spare");
+    EXPECT_EQ(config.machineType + config.machineTypeFromID + config.biosID, "7X127X12B1");
     EXPECT_EQ(config.lan, std::optional<bool>(false));
-    EXPECT_TRUE(config.iBMC);
     ASSERT_TRUE(config.smbios);
-    auto structures = config.smbios->structures();
-    ASSERT_TRUE(structures);
-    ASSERT_EQ(structures->size(), 2u);
-    EXPECT_EQ((*structures)[0][0], 38);
-
+    EXPECT_EQ(config.smbios->structures().value_or(std::vector<std::vector<uint8_t>>{}).size(), 2u);
     s.smbiosReadable = false;
     applyScenario(s, config);
     EXPECT_FALSE(config.smbios);
-}
-
-TEST(ScenarioParse, ExampleFileLoads) {
-    Scenario s = loadScenarioFile(test::sourceDir() + "/tests/sim/example.json");
-    ASSERT_EQ(s.nodes.size(), 1u);
-    EXPECT_FALSE(s.nodes[0].selRecords.empty());
-    EXPECT_FALSE(s.nodes[0].sdrRecords.empty());
-    EXPECT_FALSE(s.nodes[0].auxLog.empty());
 }
 
 } // namespace

@@ -11,11 +11,7 @@ namespace ipmisel::sim {
 namespace {
 
 host::IpmiResponse send(SimBmc& bmc, uint8_t netfn, uint8_t cmd, std::vector<uint8_t> data = {}) {
-    host::IpmiRequest r;
-    r.netfn = netfn;
-    r.cmd = cmd;
-    r.data = std::move(data);
-    return bmc.send(r);
+    return bmc.send({netfn, 0, cmd, std::move(data)});
 }
 
 std::string hexOf(const host::IpmiResponse& r) {
@@ -28,38 +24,36 @@ SimBmc bmcFrom(const std::string& nodeJson) {
 }
 
 TEST(SimBmc, SelWalkFollowsNextRecordIds) {
-    SimBmc bmc = bmcFrom(R"({"sel": {"records": [{"id": 5}, {"id": 9}, {"id": "0xFF10"}]}})");
+    SimBmc bmc = bmcFrom(R"({"sel": {"time": "0x65E1B1C0",
+        "records": [{"id": 5}, {"id": 9}, {"id": "0xFF10"}]}})");
     auto info = send(bmc, 0x0A, 0x40);
     ASSERT_EQ(info.data.size(), 14u);
-    EXPECT_EQ(info.data[0], 0x51);
-    EXPECT_EQ(info.data[1], 3);
-    EXPECT_EQ(info.data[2], 0);
+    EXPECT_EQ(toHex(std::span(info.data).first(3)), "51 03 00");
+    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x48)), "C0 B1 E1 65");
 
-    struct Step {
-        uint16_t ask;
-        uint8_t cc;
-        const char* next; // next record ID, low byte first
-        uint8_t firstByte;
-    };
-    const Step steps[] = {
+    // Asked ID, completion code, next record ID (low byte first), first byte.
+    const std::tuple<uint16_t, uint8_t, const char*, uint8_t> steps[] = {
         {0x0000, 0x00, "09 00", 0x05},                                // 0000h: the first record
         {0x0009, 0x00, "10 FF", 0x09}, {0xFF10, 0x00, "FF FF", 0x10}, // after the last: FFFFh
         {0xFFFF, 0x00, "FF FF", 0x10},                                // FFFFh: the last record
         {0x0006, 0xCB, "", 0},                                        // not there
     };
-    for (const auto& s : steps) {
-        SCOPED_TRACE(s.ask);
-        auto r = send(
-            bmc, 0x0A, 0x43,
-            {0, 0, static_cast<uint8_t>(s.ask & 0xFF), static_cast<uint8_t>(s.ask >> 8), 0, 0xFF});
-        ASSERT_TRUE(r.sent);
-        EXPECT_EQ(r.cc, s.cc);
-        if (s.cc == 0) {
+    for (const auto& [ask, cc, next, firstByte] : steps) {
+        SCOPED_TRACE(ask);
+        auto r =
+            send(bmc, 0x0A, 0x43,
+                 {0, 0, static_cast<uint8_t>(ask & 0xFF), static_cast<uint8_t>(ask >> 8), 0, 0xFF});
+        EXPECT_EQ(r.cc, cc);
+        if (cc == 0) {
             ASSERT_EQ(r.data.size(), 18u);
-            EXPECT_EQ(toHex(std::span(r.data).first(2)), s.next);
-            EXPECT_EQ(r.data[2], s.firstByte);
+            EXPECT_EQ(toHex(std::span(r.data).first(2)), next);
+            EXPECT_EQ(r.data[2], firstByte);
         }
     }
+    SimBmc empty = bmcFrom("{}");
+    EXPECT_EQ(send(empty, 0x0A, 0x40).data[1], 0);
+    EXPECT_EQ(send(empty, 0x0A, 0x43, {0, 0, 0, 0, 0, 0xFF}).cc, 0xCB);
+    EXPECT_EQ(send(empty, 0x0A, 0x43, {0, 0, 0, 0}).cc, 0xC7);
 }
 
 TEST(SimBmc, SelPartialReadsNeedTheReservation) {
@@ -75,25 +69,8 @@ TEST(SimBmc, SelPartialReadsNeedTheReservation) {
     EXPECT_EQ(send(bmc, 0x0A, 0x43, {res.data[0], res.data[1], 1, 0, 17, 1}).cc, 0xC9);
 }
 
-TEST(SimBmc, EmptySelAnswersNotPresent) {
-    SimBmc bmc = bmcFrom("{}");
-    EXPECT_EQ(send(bmc, 0x0A, 0x40).data[1], 0);
-    EXPECT_EQ(send(bmc, 0x0A, 0x43, {0, 0, 0, 0, 0, 0xFF}).cc, 0xCB);
-    EXPECT_EQ(send(bmc, 0x0A, 0x43, {0, 0, 0, 0}).cc, 0xC7);
-}
-
-TEST(SimBmc, SelTimeLittleEndian) {
-    SimBmc bmc = bmcFrom(R"({"sel": {"time": "0x65E1B1C0"}})");
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x48)), "C0 B1 E1 65");
-}
-
 std::vector<uint8_t> getSdr(uint16_t res, uint16_t id, uint8_t offset, uint8_t count) {
-    return {static_cast<uint8_t>(res & 0xFF),
-            static_cast<uint8_t>(res >> 8),
-            static_cast<uint8_t>(id & 0xFF),
-            static_cast<uint8_t>(id >> 8),
-            offset,
-            count};
+    return {uint8_t(res), uint8_t(res >> 8), uint8_t(id), uint8_t(id >> 8), offset, count};
 }
 
 TEST(SimBmc, GetSdrOffsetsCountsAndLimits) {
@@ -102,18 +79,12 @@ TEST(SimBmc, GetSdrOffsetsCountsAndLimits) {
         {"compact": {"id": "0x12FF", "number": 2, "name": "PSU"}}]}})");
     auto info = send(bmc, 0x0A, 0x20);
     ASSERT_EQ(info.data.size(), 14u);
-    EXPECT_EQ(info.data[0], 0x51);
-    EXPECT_EQ(info.data[1], 2);
+    EXPECT_EQ(toHex(std::span(info.data).first(3)), "51 02 00");
 
-    uint16_t res = static_cast<uint16_t>(send(bmc, 0x0A, 0x22).data[0]);
+    uint16_t res = send(bmc, 0x0A, 0x22).data.at(0);
     EXPECT_NE(res, 0);
-
-    struct Case {
-        uint16_t id;
-        uint8_t offset, count, cc;
-        const char* data;
-    };
-    const Case cases[] = {
+    // Record ID, offset, count, completion code, answer (next record ID first).
+    const std::tuple<uint16_t, uint8_t, uint8_t, uint8_t, const char*> cases[] = {
         // Header of the first record: next ID 12FFh, then bytes 0..9.
         {0x0000, 0, 10, 0x00, "FF 12 01 00 51 01 35 20 00 01 00 01"},
         // The ID string of the full record from byte 47, "rest of record".
@@ -125,13 +96,11 @@ TEST(SimBmc, GetSdrOffsetsCountsAndLimits) {
         {0x0001, 59, 1, 0xC9, ""}, // past the end
         {0x0002, 0, 5, 0xCB, ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.id << "/" << int(c.offset) << "/" << int(c.count));
-        auto r = send(bmc, 0x0A, 0x23, getSdr(res, c.id, c.offset, c.count));
-        EXPECT_EQ(r.cc, c.cc);
-        if (c.cc == 0) {
-            EXPECT_EQ(hexOf(r), c.data);
-        }
+    for (const auto& [id, offset, count, cc, data] : cases) {
+        SCOPED_TRACE(testing::Message() << id << "/" << int(offset) << "/" << int(count));
+        auto r = send(bmc, 0x0A, 0x23, getSdr(res, id, offset, count));
+        EXPECT_EQ(r.cc, cc);
+        EXPECT_EQ(hexOf(r), data);
     }
 }
 
@@ -142,19 +111,18 @@ TEST(SimBmc, SdrReservationIsCheckedForPartialReadsAndCanBeCancelled) {
     EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(0, 0, 0, 5)).cc, 0x00);
     EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(0, 0, 20, 10)).cc, 0xC5);
 
-    auto first = send(bmc, 0x0A, 0x22).data;
-    auto second = send(bmc, 0x0A, 0x22).data;
-    EXPECT_NE(first, second);
-    uint16_t stale = static_cast<uint16_t>(first[0] | first[1] << 8);
-    uint16_t res = static_cast<uint16_t>(second[0] | second[1] << 8);
+    auto reserve = [&] {
+        auto d = send(bmc, 0x0A, 0x22).data;
+        return static_cast<uint16_t>(d.at(0) | d.at(1) << 8);
+    };
+    uint16_t stale = reserve(), res = reserve();
+    EXPECT_NE(stale, res);
     EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(stale, 1, 20, 10)).cc, 0xC5);
     // The reservation lives for two Get SDR; the stale try above was one.
     EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(res, 1, 20, 10)).cc, 0x00);
     EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(res, 1, 20, 10)).cc, 0xC5);
     EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(res, 1, 0, 10)).cc, 0x00);
-    auto again = send(bmc, 0x0A, 0x22).data;
-    res = static_cast<uint16_t>(again[0] | again[1] << 8);
-    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(res, 1, 47, 0xFF)).cc, 0x00);
+    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(reserve(), 1, 47, 0xFF)).cc, 0x00);
 }
 
 TEST(SimBmc, ReadFruDataChunks) {
@@ -169,71 +137,39 @@ TEST(SimBmc, ReadFruDataChunks) {
     EXPECT_EQ(send(bmc, 0x0A, 0x11, {0, 0x00, 0x00, 16}).cc, 0xCB);
 }
 
-// Reads one entry the way the collector does: the header alone, then chunks
-// of at most 25 body bytes; the first chunk's answer is copied from data
-// byte 0, later ones from byte 3, into one slot.
-std::vector<uint8_t> readAuxEntry(SimBmc& bmc, uint16_t number) {
-    auto request = [&](uint8_t offset, uint8_t length) {
-        return send(bmc, 0x2E, 0x93,
-                    {0xC1, 0xA3, 0x00, static_cast<uint8_t>(number & 0xFF),
-                     static_cast<uint8_t>(number >> 8), offset, 0, length, 0});
+TEST(SimBmc, AuxLogStatusAndChunkedReads) {
+    // 22 fixed body bytes and 38 of extended data: a 60-byte body.
+    Scenario s = parseScenario(R"({"nodes": [{"auxlog": [{"recordId": 3, "extendedData": ")" +
+                                   std::string(76, '7') + R"("}, {"recordId": 4}]}]})",
+                               "t.json");
+    SimBmc bmc(s.nodes.at(0));
+    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x5A, {0x01})), "C1 A3 00 00 00 00 00 02 00");
+    const std::vector<uint8_t>& entry = s.nodes[0].auxLog.at(0).bytes;
+    ASSERT_EQ(entry.size(), 70u);
+    EXPECT_EQ(entry[3], 60);
+    auto read = [&](uint8_t number, uint8_t offset, uint8_t length) {
+        return send(bmc, 0x2E, 0x93, {0xC1, 0xA3, 0x00, number, 0, offset, 0, length, 0});
     };
-    auto head = request(0, 0);
-    EXPECT_EQ(head.data.size(), 10u);
-    size_t total = head.data[3];
-    std::vector<uint8_t> slot(256, 0);
-    size_t pos = 0, remaining = total, length = 25;
-    bool first = true;
-    while (remaining > 0) {
-        length = std::min(length, remaining);
-        auto r = request(static_cast<uint8_t>(total - remaining), static_cast<uint8_t>(length));
-        EXPECT_EQ(r.cc, 0);
-        size_t from = first ? 0 : 3;
-        EXPECT_EQ(r.data.size(), from ? length + 3 : length + 10);
-        for (size_t i = from; i < r.data.size(); ++i) {
-            slot.at(pos + i - from) = r.data[i];
-        }
-        pos += first ? length + 10 : length;
-        remaining -= length;
-        first = false;
-    }
-    slot.resize(10 + total);
-    return slot;
-}
-
-TEST(SimBmc, AuxLogChunksReassembleIntoTheEntry) {
-    std::string ext;
-    for (int i = 0; i < 38; ++i) {
-        ext += toHex(std::vector<uint8_t>{static_cast<uint8_t>(i)}) + " ";
-    }
-    // 22 + 38 = 60 body bytes: chunks of 25, 25 and 10.
-    SimBmc bmc = bmcFrom(R"({"auxlog": [{"recordId": 3, "extendedData": ")" + ext +
-                         R"("}, {"recordId": 4}]})");
-    auto status = send(bmc, 0x0A, 0x5A, {0x01});
-    ASSERT_GE(status.data.size(), 9u);
-    EXPECT_EQ(status.data[7], 2);
-    EXPECT_EQ(status.data[8], 0);
-
-    for (uint16_t n = 1; n <= 2; ++n) {
-        SCOPED_TRACE(n);
-        EXPECT_EQ(readAuxEntry(bmc, n), bmc.spec().auxLog[n - 1u].bytes);
-    }
-    EXPECT_EQ(bmc.spec().auxLog[0].bytes[3], 60);
-    auto later = send(bmc, 0x2E, 0x93, {0xC1, 0xA3, 0x00, 1, 0, 50, 0, 25, 0});
-    EXPECT_EQ(later.data.size(), 3u + 10u);
-    EXPECT_EQ(send(bmc, 0x2E, 0x93, {0xC1, 0xA3, 0x00, 3, 0, 0, 0, 0, 0}).cc, 0xCB);
-    EXPECT_EQ(send(bmc, 0x2E, 0x93, {0xC1, 0xA3, 0x00, 0, 0, 0, 0, 0, 0}).cc, 0xCB);
-    EXPECT_EQ(send(bmc, 0x2E, 0x93, {0xC1, 0xA3, 0x00, 1, 0, 61, 0, 1, 0}).cc, 0xC9);
+    auto part = [&](std::vector<uint8_t> head, size_t from, size_t n) {
+        head.insert(head.end(), entry.begin() + long(from), entry.begin() + long(from + n));
+        return head;
+    };
+    // The header alone, then 25, 25 and 10: the first chunk carries the header,
+    // later ones the manufacturer ID.
+    EXPECT_EQ(read(1, 0, 0).data, part({}, 0, 10));
+    EXPECT_EQ(read(1, 0, 25).data, part({}, 0, 35));
+    EXPECT_EQ(read(1, 25, 25).data, part({0xC1, 0xA3, 0x00}, 35, 25));
+    EXPECT_EQ(read(1, 50, 25).data, part({0xC1, 0xA3, 0x00}, 60, 10));
+    EXPECT_EQ(read(2, 0, 22).data, s.nodes[0].auxLog.at(1).bytes);
+    EXPECT_EQ(read(3, 0, 0).cc, 0xCB);
+    EXPECT_EQ(read(0, 0, 0).cc, 0xCB);
+    EXPECT_EQ(read(1, 61, 1).cc, 0xC9);
     EXPECT_EQ(send(bmc, 0x2E, 0x93, {0x01, 0xA3, 0x00, 1, 0, 0, 0, 0, 0}).cc, 0xCC);
-}
-
-TEST(SimBmc, AuxLogCommandsAreUnknownWithoutALog) {
+    // Without a log the commands are unknown; a reported count stands alone.
     SimBmc none = bmcFrom("{}");
     EXPECT_EQ(send(none, 0x0A, 0x5A, {0x01}).cc, 0xC1);
     SimBmc empty = bmcFrom(R"({"auxlog": {"reportedCount": 4}})");
-    auto st = send(empty, 0x0A, 0x5A, {0x01});
-    EXPECT_EQ(st.cc, 0);
-    EXPECT_EQ(st.data[7], 4);
+    EXPECT_EQ(hexOf(send(empty, 0x0A, 0x5A, {0x01})), "C1 A3 00 00 00 00 00 04 00");
 }
 
 TEST(SimBmc, MasterWriteReadKeepsARegisterPointerPerDevice) {
@@ -276,34 +212,15 @@ TEST(SimBmc, FaultsFireAtTheNthMatchingRequest) {
     EXPECT_EQ(send(bmc, 0x0A, 0x48).data.size(), 4u);
     EXPECT_EQ(send(bmc, 0x0A, 0x48).data.size(), 1u);
     EXPECT_EQ(send(bmc, 0x0A, 0x48).data.size(), 1u);
-    EXPECT_EQ(bmc.received().size(), 9u);
     EXPECT_EQ(bmc.requestCount(0x0A, 0x40), 3u);
 }
 
-TEST(SimBmc, TranscriptReplaysIdenticalRequestsInOrder) {
-    SimBmc bmc = bmcFrom(R"({"transcript": [
-        {"netfn": "0x0A", "cmd": "0x40", "data": "", "cc": "0x00", "response": "51 02 00"},
-        {"netfn": "0x0A", "cmd": "0x43", "data": "00 00 00 00 00 FF", "cc": "0xC0", "response": ""},
-        {"netfn": "0x0A", "cmd": "0x40", "data": "", "fail": true},
-        {"netfn": "0x0A", "cmd": "0x43", "data": "00 00 00 00 00 FF", "cc": "0x00", "response": "FF FF 01"}
-        ], "oem": [{"netfn": "0x3A", "cmd": 1, "response": "99"}]})");
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x40)), "51 02 00");
-    EXPECT_FALSE(send(bmc, 0x0A, 0x40).sent);
-    EXPECT_FALSE(send(bmc, 0x0A, 0x40).sent); // recorded answers ran out: the last stands
-    EXPECT_EQ(send(bmc, 0x0A, 0x43, {0, 0, 0, 0, 0, 0xFF}).cc, 0xC0);
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x43, {0, 0, 0, 0, 0, 0xFF})), "FF FF 01");
-    EXPECT_EQ(send(bmc, 0x0A, 0x43, {0, 0, 1, 0, 0, 0xFF}).cc, 0xC1); // never recorded
-    EXPECT_EQ(send(bmc, 0x06, 0x01).cc, 0xC1); // no simulated parts behind a replay
-    EXPECT_EQ(hexOf(send(bmc, 0x3A, 0x01)), "99");
-}
-
-TEST(SimBmc, RecordingThenReplayGivesTheSameBytes) {
+TEST(SimBmc, RecordingThenReplayGivesTheSameBytesInOrder) {
     Scenario original = loadScenarioFile(test::sourceDir() + "/tests/sim/example.json");
     host::Config config;
     applyScenario(original, config);
     auto recorders = recordNodes(config);
-    ASSERT_EQ(recorders.size(), 1u);
-
+    // Repeated requests and two reservations (different IDs) must replay in order.
     const std::vector<host::IpmiRequest> traffic = {
         {0x0A, 0, 0x40, {}},
         {0x0A, 0, 0x43, {0, 0, 0, 0, 0, 0xFF}},
@@ -317,28 +234,26 @@ TEST(SimBmc, RecordingThenReplayGivesTheSameBytes) {
     };
     std::vector<host::IpmiResponse> live;
     for (const auto& r : traffic) {
-        live.push_back(config.nodes[0]->send(r));
+        live.push_back(config.nodes.at(0)->send(r));
     }
-    host::Config original_platform = config;
     std::string path = test::writeTempFile("recorded.json", "");
-    writeRecording(path, recorders, &original_platform);
+    writeRecording(path, recorders, &config);
 
     Scenario replayed = loadScenarioFile(path);
     EXPECT_EQ(replayed.machineType, "7X12");
-    EXPECT_EQ(replayed.biosID, "TEST12A");
     EXPECT_EQ(replayed.smbios, original.smbios);
     ASSERT_EQ(replayed.nodes.size(), 1u);
-    EXPECT_EQ(replayed.nodes[0].transcript.size(), traffic.size());
     SimBmc again(replayed.nodes[0]);
     for (size_t i = 0; i < traffic.size(); ++i) {
-        SCOPED_TRACE(i);
         auto r = again.send(traffic[i]);
-        EXPECT_EQ(r.sent, live[i].sent);
-        EXPECT_EQ(r.cc, live[i].cc);
-        EXPECT_EQ(r.data, live[i].data);
+        EXPECT_EQ(std::tie(r.sent, r.cc, r.data), std::tie(live[i].sent, live[i].cc, live[i].data))
+            << i;
     }
-    // Two reservations were recorded with different IDs; the replay keeps them apart.
     EXPECT_NE(live[3].data, live[4].data);
+    // Past the recorded answers the last one stands; anything never recorded is
+    // unknown, since no simulated parts stand behind a replay.
+    EXPECT_EQ(again.send(traffic[1]).data, live[2].data);
+    EXPECT_EQ(again.send({0x0A, 0, 0x43, {0, 0, 9, 0, 0, 0xFF}}).cc, 0xC1);
 }
 
 } // namespace
