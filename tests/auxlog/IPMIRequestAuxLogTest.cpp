@@ -1,188 +1,150 @@
+// The read pass against a BMC that lays its answers out the way real firmware
+// does: the whole header before the first chunk, only the maker's ID before
+// later ones.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <tuple>
 
-#include "auxlog/AuxLog.h"
 #include "tests/auxlog/AuxTestSupport.h"
 
 namespace ipmisel::test {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using Read = std::tuple<int, int, int>; // entry number, offset, read length
 
-class AuxRequestTest : public ::testing::Test {
+class AuxRequest : public ::testing::Test {
   protected:
-    HostCapture host;
-    AuxBmc bmc;
-    std::shared_ptr<FakeTransport> transport;
-    // Replaces single answers, by request number counted from 0.
-    std::function<std::optional<host::IpmiResponse>(size_t)> replace;
+    void SetUp() override { host.setNodes({bmc}); }
 
-    void SetUp() override {
-        transport = std::make_shared<FakeTransport>([this](const host::IpmiRequest& r) {
-            auto answer = replace ? replace(transport->received.size() - 1) : std::nullopt;
-            return answer ? *answer : bmc.Answer(r);
-        });
-        host.setNodes({transport});
-    }
-
-    IPMIRequestAuxLog Request() {
-        return IPMIRequestAuxLog(NOXAQSV20::SPLibrary::GetSplibraryInstance(0));
-    }
-
-    void AddEntry(Bytes body, uint16_t recordID, bool last = false) {
-        bmc.entries.push_back(
-            {AuxHeader(static_cast<uint32_t>(body.size()), recordID, last), std::move(body)});
+    host::IpmiResponse Answer(const host::IpmiRequest& r) {
+        if (auto it = replace.find(bmc->received.size() - 1); it != replace.end()) {
+            return it->second;
+        }
+        if (r.netfn == 0x0A && r.cmd == 0x5A) {
+            return ok({0, 0, 0, 0, 0, 0, 0, uint8_t(entries.size()), 0});
+        }
+        const auto& [header, body] = entries.at(r.data.at(3) + 256u * r.data.at(4) - 1);
+        const size_t offset = r.data.at(5), length = r.data.at(7);
+        Bytes d(header.begin(), header.begin() + (offset == 0 ? header.size() : 3));
+        for (size_t i = offset; i < offset + length && i < body.size(); ++i) {
+            d.push_back(body[i]);
+        }
+        return ok(d);
     }
 
     std::vector<Read> Reads() const {
         std::vector<Read> out;
-        for (const auto& r : transport->received) {
+        for (const auto& r : bmc->received) {
             if (r.netfn == 0x2E && r.cmd == 0x93) {
-                EXPECT_EQ(r.data.size(), 9u);
-                EXPECT_EQ(Bytes(r.data.begin(), r.data.begin() + 3), (Bytes{0xC1, 0xA3, 0x00}));
-                out.emplace_back(r.data[3] | (r.data[4] << 8), r.data[5], r.data[7]);
+                EXPECT_EQ(Bytes({0xC1, 0xA3, 0x00}), Bytes(r.data.begin(), r.data.begin() + 3));
+                out.emplace_back(r.data[3] | r.data[4] << 8, r.data[5], r.data[7]);
             }
         }
         return out;
     }
+
+    int ReadAll(s_AuxLog_entry* slots, uint32_t count) {
+        bmc->received.clear();
+        return IPMIRequestAuxLog(Library()).IPMIReadExtendedData(slots, count);
+    }
+    static NOXAQSV20::SPLibrary* Library() { return NOXAQSV20::SPLibrary::GetSplibraryInstance(0); }
+
+    HostCapture host;
+    std::vector<std::pair<Bytes, Bytes>> entries; // header, whole body
+    std::map<size_t, host::IpmiResponse> replace; // answers by request number
+    std::shared_ptr<FakeTransport> bmc =
+        std::make_shared<FakeTransport>([this](const host::IpmiRequest& r) { return Answer(r); });
 };
 
-TEST_F(AuxRequestTest, StatusCountAndFailures) {
-    // One object throughout: a short answer must not pick up bytes a longer
-    // earlier answer left in the buffer.
-    auto request = Request();
-    const std::pair<Bytes, uint32_t> answers[] = {
-        {{0, 0, 0, 0, 0, 0, 0, 0x34, 0x12}, 0x1234}, // byte 7 low, byte 8 high
-        {{0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0x77}, 0xFFFF},
-        {{0, 0, 0, 0, 0, 0, 0, 0x05}, 5}, // byte 8 not sent
-        {{0, 0, 0}, 0},
-    };
-    for (const auto& [data, expected] : answers) {
-        bmc.statusData = data;
-        uint32_t count = 99;
-        EXPECT_EQ(request.IPMIGetAuxLogStatus(count), 0);
-        EXPECT_EQ(count, expected);
-    }
-    EXPECT_EQ(transport->received[0].netfn, 0x0A);
-    EXPECT_EQ(transport->received[0].cmd, 0x5A);
-    EXPECT_EQ(transport->received[0].data, Bytes{0x01});
-
-    const std::tuple<host::IpmiResponse, int, std::string> failures[] = {
-        {notSent(), 0, "Failure in sending command to obtain AUX Log Status."},
-        {cc(0xC7), 1, "IPMI error in obtaining system event log info: Request data length"},
-        {cc(0x81), 1, "IPMI error in obtaining system event log info: Unknown error\n"},
-    };
-    for (const auto& [answer, severity, line] : failures) {
-        replace = [&](size_t) { return std::optional(answer); };
-        uint32_t count = 7;
-        EXPECT_EQ(request.IPMIGetAuxLogStatus(count), 1);
-        EXPECT_EQ(count, 0u);
-        EXPECT_TRUE(host.hasLog(severity, line)) << line;
-    }
-}
-
-TEST_F(AuxRequestTest, NoEntriesMeansNoReadRequest) {
-    auto request = Request();
+TEST_F(AuxRequest, StatusCount) {
+    IPMIRequestAuxLog request(Library());
     uint32_t count = 5;
-    ASSERT_EQ(request.IPMIGetAuxLogStatus(count), 0);
-    EXPECT_EQ(request.IPMIReadExtendedData(nullptr, count), 0);
-    EXPECT_EQ(transport->received.size(), 1u);
+    ASSERT_EQ(0, request.IPMIGetAuxLogStatus(count));
+    EXPECT_EQ(0, request.IPMIReadExtendedData(nullptr, count)); // no entries: no read request
+    ASSERT_EQ(1u, bmc->received.size());
+    EXPECT_EQ(0x0A5A, bmc->received[0].netfn << 8 | bmc->received[0].cmd);
+    EXPECT_EQ(Bytes{0x01}, bmc->received[0].data);
+
+    // Bytes 7 (low) and 8, through one object: a short answer must not pick
+    // up what a longer one left. Failures set the count to 0.
+    const std::tuple<host::IpmiResponse, uint32_t, int, std::string> cases[] = {
+        {ok({0, 0, 0, 0, 0, 0, 0, 0x34, 0x12}), 0x1234, 0, ""},
+        {ok({0, 0, 0, 0, 0, 0, 0, 5}), 5, 0, ""},
+        {notSent(), 0, 0, "Failure in sending command to obtain AUX Log Status."},
+        {cc(0xC7), 0, 1, "IPMI error in obtaining system event log info: Request data length"},
+    };
+    for (const auto& [answer, expected, severity, failure] : cases) {
+        bmc->received.clear();
+        replace = {{0, answer}};
+        EXPECT_EQ(failure.empty() ? 0 : 1, request.IPMIGetAuxLogStatus(count));
+        EXPECT_EQ(expected, count);
+        EXPECT_TRUE(failure.empty() || host.hasLog(severity, failure)) << failure;
+    }
 }
 
-TEST_F(AuxRequestTest, SixtyByteBodyIsReadInChunksOfTwentyFive) {
-    AddEntry(CountingBody(60), 0x0102);
-    s_AuxLog_entry slot;
-    std::memset(slot.data, 0xEE, sizeof slot.data);
-    EXPECT_EQ(Request().IPMIReadExtendedData(&slot, 1), 0);
-    EXPECT_EQ(Reads(), (std::vector<Read>{{1, 0, 0}, {1, 0, 25}, {1, 25, 25}, {1, 50, 10}}));
-
-    Bytes expected = AuxHeader(60, 0x0102, false);
-    Bytes body = CountingBody(60);
-    expected.insert(expected.end(), body.begin(), body.end());
-    expected.resize(256, 0); // cleared first, nothing stray after the body
-    EXPECT_EQ(Bytes(slot.data, slot.data + 256), expected);
-
+TEST_F(AuxRequest, BodiesAreReadInChunksIntoTheSlotUpToTheLastEntry) {
+    // Stated body length, body bytes the slot keeps, reads. A length with its
+    // high byte set is read by its low byte (012Ch: 44); 255 body bytes are
+    // all asked for, but beside the header the slot keeps 246.
+    const std::tuple<uint32_t, size_t, std::vector<Read>> cases[] = {
+        {60, 60, {{1, 0, 0}, {1, 0, 25}, {1, 25, 25}, {1, 50, 10}}},
+        {300, 44, {{1, 0, 0}, {1, 0, 25}, {1, 25, 19}}},
+        {255,
+         246,
+         {{1, 0, 0},
+          {1, 0, 25},
+          {1, 25, 25},
+          {1, 50, 25},
+          {1, 75, 25},
+          {1, 100, 25},
+          {1, 125, 25},
+          {1, 150, 25},
+          {1, 175, 25},
+          {1, 200, 25},
+          {1, 225, 25},
+          {1, 250, 5}}},
+    };
+    for (const auto& [length, kept, reads] : cases) {
+        // FFh FFh: the pass ends after this entry whatever the count says.
+        entries = {{AuxHeader(length, 9, true), Counting(length)}};
+        s_AuxLog_entry slots[2];
+        std::memset(slots, 0xEE, sizeof slots);
+        EXPECT_EQ(0, ReadAll(slots, 2));
+        EXPECT_EQ(reads, Reads()) << length;
+        EXPECT_EQ(Of(AuxSlot(AuxHeader(length, 9, true), Counting(kept))), Of(slots[0])) << length;
+        EXPECT_EQ(0xEE, slots[1].data[0]) << length;
+    }
     EXPECT_TRUE(host.hasLog(3, "incompletelen = 35 readlen =25 offset = 25"));
-    EXPECT_TRUE(host.logContains("buffer[0].data:\n193 \n163 0 60 0 2 1 0 1 0 1 \n2 "));
-}
-
-TEST_F(AuxRequestTest, LengthHighByteIsReportedAndOnlyTheLowByteRead) {
-    AddEntry(CountingBody(300), 7); // 012Ch: the low byte says 44
-    s_AuxLog_entry slot;
-    EXPECT_EQ(Request().IPMIReadExtendedData(&slot, 1), 0);
+    EXPECT_TRUE(host.logContains("buffer[0].data:\n193 \n163 0 60 0 9 0 255 255 0 1 \n2 "));
     EXPECT_TRUE(host.hasLog(
         0, "The length(144) of raw data exceed the limitation of struct s_AuxLog_entry.data?"));
-    EXPECT_EQ(Reads(), (std::vector<Read>{{1, 0, 0}, {1, 0, 25}, {1, 25, 19}}));
-    EXPECT_EQ(slot.data[10 + 43], 44);
-    EXPECT_EQ(slot.data[10 + 44], 0);
 }
 
-TEST_F(AuxRequestTest, EntriesAreNumberedFromOneAndTheLastMarkEndsThePass) {
-    AddEntry({}, 1, /*last=*/true); // no body: nothing copied, so it cannot end the pass
-    AddEntry(CountingBody(5, 0x20), 2, /*last=*/true);
-    AddEntry(CountingBody(5, 0x30), 3);
-    s_AuxLog_entry slots[3];
-    std::memset(slots, 0xEE, sizeof slots);
-    EXPECT_EQ(Request().IPMIReadExtendedData(slots, 3), 0);
-    EXPECT_EQ(Reads(), (std::vector<Read>{{1, 0, 0}, {2, 0, 0}, {2, 0, 5}}));
-    EXPECT_EQ(Bytes(slots[0].data, slots[0].data + 256), Bytes(256, 0));
-    EXPECT_EQ(AuxRecordID(slots[1]), 2);
-    EXPECT_EQ(slots[1].data[10], 0x20);
-    EXPECT_EQ(slots[2].data[0], 0xEE); // never touched
-}
+TEST_F(AuxRequest, FailuresSkipAnEntryOrEndThePass) {
+    // Entry 1 has no body, so nothing is copied and its FFh FFh cannot end
+    // the pass. Entry 2's header and entry 3's second chunk are lost; entry
+    // 4's second chunk comes back short, which leaves a gap, not stale bytes.
+    entries = {{AuxHeader(0, 1, true), {}},
+               {AuxHeader(60, 2), Counting(60)},
+               {AuxHeader(60, 3), Counting(60)},
+               {AuxHeader(30, 4), Counting(30)}};
+    replace = {{1, notSent()}, {4, notSent()}, {7, ok({0xC1, 0xA3})}};
+    s_AuxLog_entry slots[4];
+    EXPECT_EQ(0, ReadAll(slots, 4));
+    EXPECT_EQ(2u,
+              host.countLog("Failure in sending command to obtain AUX Log Read Extended Data."));
+    EXPECT_EQ(Bytes(256, 0), Of(slots[0]));
+    EXPECT_EQ(Bytes(256, 0), Of(slots[1]));
+    EXPECT_EQ(Of(AuxSlot(AuxHeader(60, 3), Counting(25))), Of(slots[2]));
+    EXPECT_EQ(Of(AuxSlot(AuxHeader(30, 4), Counting(25))), Of(slots[3]));
 
-TEST_F(AuxRequestTest, SendFailureSkipsTheEntryCompletionCodeEndsThePass) {
-    AddEntry(CountingBody(60), 1);
-    AddEntry(CountingBody(60), 2);
-    AddEntry(CountingBody(4), 3);
-    // Entry 1's header and entry 2's second chunk are lost.
-    replace = [](size_t n) { return n == 0 || n == 3 ? std::optional(notSent()) : std::nullopt; };
-    s_AuxLog_entry slots[3];
-    EXPECT_EQ(Request().IPMIReadExtendedData(slots, 3), 0);
-    EXPECT_EQ(host.countLog("Failure in sending command to obtain AUX Log Read Extended Data."),
-              2u);
-    EXPECT_EQ(slots[0].data[0], 0);
-    EXPECT_EQ(slots[1].data[10 + 24], 25); // header and first chunk kept
-    EXPECT_EQ(slots[1].data[10 + 25], 0);
-    EXPECT_EQ(AuxRecordID(slots[2]), 3);
-
-    transport->received.clear();
-    replace = [](size_t n) { return n == 2 ? std::optional(cc(0xC0)) : std::nullopt; };
-    EXPECT_EQ(Request().IPMIReadExtendedData(slots, 3), 1);
-    EXPECT_EQ(transport->received.size(), 3u);
+    replace = {{2, cc(0xC0)}};
+    EXPECT_EQ(1, ReadAll(slots, 4));
+    EXPECT_EQ(3u, bmc->received.size());
     EXPECT_TRUE(host.hasLog(1, "IPMI error in obtaining system event log info: Node Busy."));
-}
-
-TEST_F(AuxRequestTest, NothingLandsOutsideTheSlot) {
-    // 255 body bytes beside a 10-byte header: the slot keeps 246, the BMC is
-    // still asked for all of them.
-    AddEntry(CountingBody(255), 9, /*last=*/true);
-    s_AuxLog_entry slots[2];
-    std::memset(slots, 0xEE, sizeof slots);
-    EXPECT_EQ(Request().IPMIReadExtendedData(slots, 2), 0);
-    EXPECT_EQ(Reads().back(), (Read{1, 250, 5}));
-    EXPECT_EQ(slots[0].data[255], 246);
-    EXPECT_EQ(slots[1].data[0], 0xEE);
-
-    // Answers far longer than asked: the surplus is overwritten or cut.
-    bmc.entries.clear();
-    AddEntry(CountingBody(60), 4);
-    bmc.padding = 230;
-    EXPECT_EQ(Request().IPMIReadExtendedData(slots, 1), 0);
-    EXPECT_EQ(slots[0].data[10 + 59], 60);
-    EXPECT_EQ(slots[1].data[0], 0xEE);
-
-    // A chunk that comes back short leaves a gap, never stale buffer bytes.
-    bmc.padding = 0;
-    replace = [](size_t n) { return n == 2 ? std::optional(ok({0xC1, 0xA3})) : std::nullopt; };
-    transport->received.clear();
-    EXPECT_EQ(Request().IPMIReadExtendedData(slots, 1), 0);
-    EXPECT_EQ(Bytes(slots[0].data + 35, slots[0].data + 60), Bytes(25, 0));
-    EXPECT_EQ(slots[0].data[60], 51);
 }
 
 } // namespace

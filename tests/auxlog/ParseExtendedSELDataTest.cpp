@@ -1,6 +1,9 @@
+// Decoding slots into records: names, texts in stored order, the extended
+// data and the working record that carries over between entries.
 #include <gtest/gtest.h>
 
-#include "auxlog/AuxLog.h"
+#include <tuple>
+
 #include "tests/auxlog/AuxTestSupport.h"
 
 namespace ipmisel::test {
@@ -8,128 +11,77 @@ namespace {
 
 std::vector<AuxLogRecord> Parse(const std::vector<s_AuxLog_entry>& slots) {
     std::vector<AuxLogRecord> records(3); // emptied by the parser
-    ParseExtendedSELData(records, slots.data(), static_cast<uint32_t>(slots.size()));
+    ParseExtendedSELData(records, slots.data(), uint32_t(slots.size()));
     return records;
 }
 
-TEST(AuxLogRecord, NameTablesWithTheirGaps) {
-    const std::pair<uint8_t, const char*> types[] = {
-        {1, "PROGRESS_CODE"},        {2, "ERROR_CODE"}, {3, "DEBUG_CODE"},
-        {0x80, "PLATFORM_P80_CODE"}, {0, "Unknown"},    {0x81, "Unknown"},
-    };
-    const std::pair<uint8_t, const char*> severities[] = {
-        {0x40, "OXA_ERROR_INFO"},  {0x80, "OXA_ERROR_WARNING"}, {0x90, "OXA_ERROR_FATAL"},
-        {0xA0, "OXA_ERROR_FATAL"}, {0x20, "Unknown"},           {0xC0, "Unknown"},
-    };
-    for (auto [value, name] : types) {
-        AuxLogRecord r;
-        r.SetType(value);
-        EXPECT_EQ(r.GetTypeName(), name) << int(value);
-    }
-    for (auto [value, name] : severities) {
-        AuxLogRecord r;
-        r.SetSeverity(value);
-        EXPECT_EQ(r.GetSeverityName(), name) << int(value);
-    }
+// Everything but the extended data, in one line.
+std::string Said(const AuxLogRecord& r) {
+    return std::to_string(r.GetRecordID()) + " " + r.GetTypeName() + " " + r.GetSeverityName() +
+           " " + r.GetClassName() + "/" + r.GetSubClassName() + " " + r.GetOperationText() + " " +
+           r.GetInstanceText() + " " + r.GetCallerIDText();
+}
 
-    struct Case {
-        uint8_t cls, sub;
-        const char* className;
-        const char* subName;
+TEST(ParseExtendedSELData, NamesWithTheirSpellingsAndGaps) {
+    const std::tuple<uint8_t, uint8_t, uint8_t, uint8_t, std::string> cases[] = {
+        // Type, severity, class, sub-class and the names they give.
+        {1, 0x90, 0, 6, "PROGRESS_CODE OXA_ERROR_FATAL Computing/Chipset"},
+        {0x80, 0xA0, 0, 7, "PLATFORM_P80_CODE OXA_ERROR_FATAL Computing/Unknown"},
+        {0x81, 0x80, 1, 9, "Unknown OXA_ERROR_WARNING Peripheral/Spec Reserved"},
+        {2, 0x20, 1, 11, "ERROR_CODE Unknown Peripheral/Spec Reserved"},
+        {3, 0x40, 1, 13, "DEBUG_CODE OXA_ERROR_INFO Peripheral/Unknown"},
+        {0, 0xC0, 2, 3, "Unknown Unknown I/O BUS/Unknown"},
+        {3, 0x40, 2, 12, "DEBUG_CODE OXA_ERROR_INFO I/O BUS/I2C"},
+        {3, 0x40, 3, 14, "DEBUG_CODE OXA_ERROR_INFO Software/Unknown"},
+        {3, 0x40, 3, 18, "DEBUG_CODE OXA_ERROR_INFO Software/DXE Service"},
+        {3, 0x40, 3, 19, "DEBUG_CODE OXA_ERROR_INFO Software/Unknown"},
     };
-    const Case classes[] = {
-        {0, 6, "Computing", "Chipset"},         {0, 7, "Computing", "Unknown"},
-        {1, 9, "Peripheral", "Spec Reserved"},  {1, 11, "Peripheral", "Spec Reserved"},
-        {1, 12, "Peripheral", "Network"},       {1, 13, "Peripheral", "Unknown"},
-        {2, 3, "I/O BUS", "Unknown"},           {2, 6, "I/O BUS", "LPC"},
-        {2, 10, "I/O BUS", "Unknown"},          {2, 12, "I/O BUS", "I2C"},
-        {3, 8, "Software", "uEFI Application"}, {3, 11, "Software", "Unknown"},
-        {3, 13, "Software", "X86 Exception"},   {3, 14, "Software", "Unknown"},
-        {3, 18, "Software", "DXE Service"},     {3, 19, "Software", "Unknown"},
-    };
-    for (const auto& c : classes) {
-        AuxLogRecord r;
-        r.SetSubClass(c.sub);
-        r.SetClass(c.cls);
-        EXPECT_EQ(r.GetClassName(), c.className) << int(c.cls) << "/" << int(c.sub);
-        EXPECT_EQ(r.GetSubClassName(), c.subName) << int(c.cls) << "/" << int(c.sub);
+    for (const auto& [type, severity, cls, sub, names] : cases) {
+        const std::string said = Said(Parse({AuxSlot(1, StatusCode(type, severity, cls, sub))})[0]);
+        EXPECT_NE(std::string::npos, said.find(" " + names + " ")) << said;
     }
 }
 
-TEST(ParseExtendedSELData, HexTextsKeepStoredOrder) {
-    StatusCode code; // operation 01 10, instance 01 02 03 04
-    auto records = Parse({AuxSlot(0x1234, code)});
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].GetOperationText(), "0x0110");
-    EXPECT_EQ(records[0].GetInstanceText(), "0x01020304");
-    EXPECT_EQ(records[0].GetCallerIDText(), "0x0A0B0C0D0E0F10111213");
-    EXPECT_EQ(records[0].GetRecordID(), 0x1234); // byte 5 low, byte 6 high
-}
-
-TEST(ParseExtendedSELData, ExtendedDataTextAndTrace) {
-    struct Case {
-        uint32_t stated; // body length in the header
-        std::vector<uint8_t> extended;
-        const char* text;
-        const char* trace;
-    };
-    const Case cases[] = {
-        {5, {0xAA}, "", "recordsize = 5\n\n x = 0"},
-        {22, {}, "", "recordsize = 22\n\n x = 0"},
-        {25,
-         {0xAA, 0xBB, 0x0C},
-         "AA BB 0C ",
-         "recordsize = 25\n 170 t = AA\n 187 t = BB 12 t = 0C\n x = 3"},
-    };
-    for (const auto& c : cases) {
-        HostCapture host;
-        StatusCode code;
-        code.extended = c.extended;
-        auto records = Parse({AuxSlot(AuxHeader(c.stated, 1, false), code.Body())});
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].GetExtendedData(), c.text);
-        EXPECT_TRUE(host.hasLog(3, c.trace)) << c.trace;
-    }
-
-    // A stated length far past the slot: only what the slot holds is read.
-    auto records = Parse({AuxSlot(AuxHeader(0xFFFF, 1, false), CountingBody(246))});
-    ASSERT_EQ(records.size(), 1u);
-    const std::string text = records[0].GetExtendedData();
-    EXPECT_EQ(text.size(), 224u * 3);
-    EXPECT_EQ(text.substr(text.size() - 3), "F6 "); // slot byte 255
-}
-
-TEST(ParseExtendedSELData, WorkingRecordCarriesOverAndOtherMakersAreSkipped) {
-    StatusCode software; // Software / SEC
-    StatusCode unknownClass;
-    unknownClass.cls = 5;
-    unknownClass.subClass = 2;
-    const uint8_t otherMaker[3] = {0xC1, 0xA3, 0x01};
-    StatusCode foreign;
-    foreign.subClass = 4; // would name "DXE Core" if it were decoded
-
-    auto records =
-        Parse({AuxSlot(1, software), AuxSlot(AuxHeader(22, 9, false, otherMaker), foreign.Body()),
-               s_AuxLog_entry{}, AuxSlot(2, unknownClass)});
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[1].GetRecordID(), 2);
-    EXPECT_EQ(records[1].GetClassName(), "Unknown");
-    EXPECT_EQ(records[1].GetSubClassName(), "SEC"); // the previous entry's name
-
-    records = Parse({AuxSlot(3, unknownClass)}); // nothing to carry over yet
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].GetSubClassName(), "Not set");
-
+TEST(ParseExtendedSELData, StoredOrderOwnMakerOnlyAndTheCarryOver) {
+    HostCapture host;
+    auto foreign = AuxSlot(9, StatusCode(3, 0x40, 3, 4)); // would name "DXE Core"
+    foreign.data[2] = 0x01;
+    // Texts in stored byte order; a progress code is decoded too; class 5
+    // keeps the previous entry's sub-class name, or "Not set" for the first.
+    auto records = Parse({AuxSlot(0x1234, StatusCode()), foreign, s_AuxLog_entry{},
+                          AuxSlot(2, StatusCode(1, 0x90, 5, 2))});
+    ASSERT_EQ(2u, records.size());
+    const std::string ids = " 0x0110 0x01020304 0x0A0B0C0D0E0F10111213";
+    EXPECT_EQ("4660 DEBUG_CODE OXA_ERROR_INFO Software/SEC" + ids, Said(records[0]));
+    EXPECT_EQ("2 PROGRESS_CODE OXA_ERROR_FATAL Unknown/SEC" + ids, Said(records[1]));
+    EXPECT_EQ("Not set", Parse({AuxSlot(3, StatusCode(3, 0x40, 5, 2))})[0].GetSubClassName());
     EXPECT_TRUE(Parse({}).empty());
 }
 
-} // namespace
-} // namespace ipmisel::test
+TEST(ParseExtendedSELData, ExtendedDataTextAndTrace) {
+    // Stated body length, extended text, trace. Lengths up to 22 have none.
+    const std::tuple<uint32_t, std::string, std::string> cases[] = {
+        {5, "", "recordsize = 5\n\n x = 0"},
+        {22, "", "recordsize = 22\n\n x = 0"},
+        {25, "AA BB 0C ", "recordsize = 25\n 170 t = AA\n 187 t = BB 12 t = 0C\n x = 3"},
+    };
+    for (const auto& [length, text, trace] : cases) {
+        HostCapture host;
+        auto records =
+            Parse({AuxSlot(AuxHeader(length, 1), StatusCode(3, 0x40, 3, 1, {0xAA, 0xBB, 0x0C}))});
+        ASSERT_EQ(1u, records.size());
+        EXPECT_EQ(text, records[0].GetExtendedData());
+        EXPECT_TRUE(host.hasLog(3, trace)) << trace;
+    }
+    // A stated length far past the slot: only what the slot holds is read.
+    const std::string text =
+        Parse({AuxSlot(AuxHeader(0xFFFF, 1), Counting(246))})[0].GetExtendedData();
+    EXPECT_EQ(224u * 3, text.size());
+    EXPECT_EQ("F6 ", text.substr(text.size() - 3)); // slot byte 255
+}
 
-namespace ipmisel::test {
-namespace {
-
-// The whole road against the simulated BMC: status, chunked reads, decoding.
+// Both layouts in step: the simulated BMC builds entries from their fields,
+// the read pass and the parser take them apart again.
 TEST(AuxLogWithSimulatedBMC, ReadAndDecode) {
     HostCapture host;
     host.useScenario(R"({"nodes": [{"auxlog": [
@@ -139,21 +91,14 @@ TEST(AuxLogWithSimulatedBMC, ReadAndDecode) {
         {"recordId": 6, "manufacturer": "0x00A3C2"}]}]})");
     IPMIRequestAuxLog request(NOXAQSV20::SPLibrary::GetSplibraryInstance(0));
     uint32_t count = 0;
-    ASSERT_EQ(request.IPMIGetAuxLogStatus(count), 0);
-    ASSERT_EQ(count, 2u);
+    ASSERT_EQ(0, request.IPMIGetAuxLogStatus(count));
     std::vector<s_AuxLog_entry> slots(count);
-    ASSERT_EQ(request.IPMIReadExtendedData(slots.data(), count), 0);
-    std::vector<AuxLogRecord> records;
-    ParseExtendedSELData(records, slots.data(), count);
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].GetRecordID(), 5);
-    EXPECT_EQ(records[0].GetTypeName(), "ERROR_CODE");
-    EXPECT_EQ(records[0].GetSeverityName(), "OXA_ERROR_FATAL");
-    EXPECT_EQ(records[0].GetSubClassName(), "I2C");
-    EXPECT_EQ(records[0].GetOperationText(), "0x0110");
-    const std::string extended = records[0].GetExtendedData();
-    EXPECT_EQ(extended.size(), 30u * 3);
-    EXPECT_EQ(extended.substr(extended.size() - 6), "18 19 ");
+    ASSERT_EQ(0, request.IPMIReadExtendedData(slots.data(), count));
+    auto records = Parse(slots);
+    ASSERT_EQ(1u, records.size());
+    EXPECT_EQ(0u, Said(records[0]).find("5 ERROR_CODE OXA_ERROR_FATAL I/O BUS/I2C 0x0110 "));
+    EXPECT_EQ(30u * 3, records[0].GetExtendedData().size());
+    EXPECT_EQ("18 19 ", records[0].GetExtendedData().substr(30 * 3 - 6));
 }
 
 } // namespace
