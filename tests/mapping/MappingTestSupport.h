@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include "host/runtime.h"
@@ -14,13 +15,11 @@
 
 namespace ipmisel::test {
 
-inline std::string readWhole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 inline std::string shippedMessageFile() {
-    return readWhole(sourceDir() + "/data/ipmisel.INI");
+    std::ifstream in(sourceDir() + "/data/ipmisel.INI", std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
 }
 
 // A host whose plug-in lives in a fresh folder with the given message file.
@@ -35,11 +34,11 @@ class MappingHost {
         message::ClearCache();
     }
     void writeFile(const std::string& ini) {
-        std::ofstream out(folder + "/ipmisel.INI", std::ios::binary | std::ios::trunc);
-        out << ini;
+        std::ofstream(folder + "/ipmisel.INI", std::ios::binary | std::ios::trunc) << ini;
     }
     NOXAQSV20::TCPluginCallbacks* cb() { return host::hostCallbacks(); }
 
+    // The text up to the terminator, which must lie within size.
     std::string lookup(const std::string& key, int* result = nullptr, int32_t size = 256) {
         char out[512];
         std::memset(out, 'x', sizeof out);

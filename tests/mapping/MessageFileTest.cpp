@@ -1,6 +1,6 @@
 // The message-file lookup: how lines match, how their ends are stripped, the
 // failure texts, and that the in-memory copy answers as a fresh scan would.
-#include <dirent.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -9,110 +9,71 @@
 namespace ipmisel::test {
 namespace {
 
-struct LineEndCase {
-    const char* name;
-    std::string file;
-    std::string key;
-    int32_t size;
-    int result;
-    std::string text;
-};
-
-class LineEnds : public ::testing::TestWithParam<LineEndCase> {};
-
-TEST_P(LineEnds, TextAsAScanWouldCutIt) {
-    const LineEndCase& c = GetParam();
-    MappingHost h(c.file);
-    int result = -1;
-    EXPECT_EQ(h.lookup(c.key, &result, c.size), c.text);
-    EXPECT_EQ(result, c.result);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, LineEnds,
-    ::testing::Values(
-        LineEndCase{"lf", "104=x\n105=Upper limit\n106=y\n", "105", 256, 0, "Upper limit"},
-        LineEndCase{"crlf", "104=x\r\n105=Upper limit\r\n", "105", 256, 0, "Upper limit"},
-        // The last line has no line end: its last letter is taken for one.
-        LineEndCase{"last_line", "104=x\n105=Upper limit", "105", 256, 0, "Upper limi"},
-        // A lone CR is an ordinary last character.
-        LineEndCase{"cr_only", "105=Upper limit\r", "105", 256, 0, "Upper limit"},
-        LineEndCase{"cr_inside", "105=Upper\rlimit\n", "105", 256, 0, "Upper\rlimit"},
+TEST(MessageFile, TextAsAScanWouldCutIt) {
+    const char* kEmpty = "Can't find data id '105'";
+    const struct {
+        std::string file;
+        const char* key;
+        int32_t size;
+        int result;
+        std::string text;
+        const char* error; // the one line logged; null: nothing logged
+    } cases[] = {
+        {"104=x\n105=Upper limit\n106=y\n", "105", 256, 0, "Upper limit", nullptr},
+        {"104=x\r\n105=Upper limit\r\n", "105", 256, 0, "Upper limit", nullptr},
+        // Without a line end the last character is taken for one, whatever it is.
+        {"104=x\n105=Upper limit", "105", 256, 0, "Upper limi", nullptr},
+        {"105=Upper\rlimit\n", "105", 256, 0, "Upper\rlimit", nullptr},
         // At most size characters are copied, then the "line end" goes.
-        LineEndCase{"cut_by_size", "105=Upper limit\n", "105", 6, 0, "Upper"},
-        LineEndCase{"size_one", "105=Upper limit\n", "105", 1, 1, ""},
-        LineEndCase{"exact_fit", "105=Upper\n", "105", 6, 0, "Upper"},
+        {"105=Upper limit\n", "105", 6, 0, "Upper", nullptr},
+        {"105=Upper\n", "105", 6, 0, "Upper", nullptr},
+        {"105=Upper limit\n", "105", 1, 1, "", kEmpty},
         // Substring over the whole line: the first line holding the digits wins.
-        LineEndCase{"shadowed", "105=Upper limit\n5=five\n", "5", 256, 0, "Upper limit"},
-        LineEndCase{"text_matches", "100=see 105\n105=Upper limit\n", "105", 256, 0, "see 105"},
-        LineEndCase{"second_equals", "105=a=b\n", "105", 256, 0, "a=b"},
-        LineEndCase{"no_match", "104=x\n", "105", 256, 1, ""},
-        LineEndCase{"empty_file", "", "105", 256, 1, ""},
+        {"105=Upper limit\n5=five\n", "5", 256, 0, "Upper limit", nullptr},
+        {"105=a=b\n", "105", 256, 0, "a=b", nullptr},
         // A NUL ends what is seen of a line.
-        LineEndCase{"nul", std::string("105=ab\0cd\n", 10), "105", 256, 0, "a"},
-        LineEndCase{"nul_hides_key",
-                    std::string("1\0"
-                                "05=ab\n",
-                                7),
-                    "105", 256, 1, ""}),
-    [](const ::testing::TestParamInfo<LineEndCase>& i) { return std::string(i.param.name); });
-
-TEST(MessageFile, EmptyTextIsAFailureWithItsOwnLogLine) {
-    for (const char* file : {"105=\n", "105=", "105=\r\n", "105 without equals\n"}) {
-        MappingHost h(file);
+        {std::string("105=ab\0cd\n", 10), "105", 256, 0, "a", nullptr},
+        // A miss is silent; an empty text is a failure with its own line.
+        {"104=x\n", "105", 256, 1, "", nullptr},
+        {"105=\n", "105", 256, 1, "", kEmpty},
+        {"105=\r\n", "105", 256, 1, "", kEmpty},
+        {"105 without equals\n", "105", 256, 1, "", kEmpty},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        MappingHost h(c.file);
         int result = -1;
-        EXPECT_EQ(h.lookup("105", &result), "") << file;
-        EXPECT_EQ(result, 1) << file;
-        EXPECT_TRUE(h.capture.hasLog(SevError, "Can't find data id '105'")) << file;
+        EXPECT_EQ(h.lookup(c.key, &result, c.size), c.text);
+        EXPECT_EQ(result, c.result);
+        if (c.error) {
+            EXPECT_TRUE(h.capture.hasLog(SevError, c.error));
+        } else {
+            EXPECT_TRUE(h.capture.logs.empty());
+        }
     }
 }
 
-TEST(MessageFile, MissAndFailureTexts) {
-    {
-        MappingHost h("104=x\n");
-        int result = -1;
-        h.lookup("105", &result);
-        EXPECT_EQ(result, 1);
-        EXPECT_TRUE(h.capture.logs.empty()); // a miss is silent
-    }
-    {
-        MappingHost h("", false);
-        int result = -1;
-        h.lookup("105", &result);
-        EXPECT_EQ(result, 1);
-        EXPECT_TRUE(h.capture.hasLog(SevFailure, "Can't open ipmisel INI file."));
-    }
-    {
-        MappingHost h("105=x\n");
-        h.capture.config().pluginPath = h.folder + "/collector.so";
-        int result = -1;
-        h.lookup("105", &result);
-        EXPECT_EQ(result, 1);
-        EXPECT_TRUE(h.capture.hasLog(SevFailure, "Path not found for ipmisel INI file."));
-    }
-    {
-        MappingHost h("105=x\n");
-        char out[16] = "keep";
-        EXPECT_EQ(h.mapping.GetINIString(nullptr, "105", out, sizeof out), 1);
-        EXPECT_STREQ(out, "");
-        EXPECT_TRUE(h.capture.hasLog(SevError, "fdrGetPluginPath failed."));
-    }
-}
-
-TEST(MessageFile, PathIsCutAtTheFirstMarker) {
+TEST(MessageFile, PathRuleAndItsFailures) {
     MappingHost h("105=beside\n");
     // Everything from the first "ipmisel" on is replaced, whatever follows it.
     h.capture.config().pluginPath = h.folder + "/ipmisel_debug.so";
     EXPECT_EQ(h.text(105), "beside");
+    h.capture.config().pluginPath = h.folder + "/collector.so";
+    int result = -1;
+    h.lookup("105", &result);
+    EXPECT_EQ(result, 1);
+    EXPECT_TRUE(h.capture.hasLog(SevFailure, "Path not found for ipmisel INI file."));
+    char out[16] = "keep";
+    EXPECT_EQ(h.mapping.GetINIString(nullptr, "105", out, sizeof out), 1);
+    EXPECT_STREQ(out, "");
+    EXPECT_TRUE(h.capture.hasLog(SevError, "fdrGetPluginPath failed."));
 }
 
 TEST(MessageFile, LongLinesArriveInPiecesOf511) {
     // 511 characters make one piece; the key written across the cut is not
     // seen, and the second piece answers on its own.
     std::string first = "100=" + std::string(507, 'a');
-    ASSERT_EQ(first.size(), 511u);
-    std::string file = first + "9=tail\n";
-    MappingHost h(file);
+    MappingHost h(first + "9=tail\n");
     EXPECT_EQ(h.text(1009), "");
     EXPECT_EQ(h.lookup("100", nullptr, 512), std::string(506, 'a')); // last one taken as line end
     EXPECT_EQ(h.text(9), "tail");
@@ -142,14 +103,8 @@ TEST(MessageFile, RereadWhenTheFileChanges) {
 }
 
 size_t openDescriptors() {
-    size_t n = 0;
-    if (DIR* d = opendir("/proc/self/fd")) {
-        while (readdir(d) != nullptr) {
-            ++n;
-        }
-        closedir(d);
-    }
-    return n;
+    auto fds = std::filesystem::directory_iterator("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(fds), end(fds)));
 }
 
 TEST(MessageFile, MissesLeaveNoDescriptorOpen) {
@@ -167,31 +122,26 @@ TEST(MessageFile, MissesLeaveNoDescriptorOpen) {
 }
 
 TEST(MessageFile, OneNumberFormats) {
-    struct Case {
-        const char* format;
-        bool ok;
-        const char* text;
+    // Anything but one integer conversion is appended, not used as a format.
+    const std::pair<const char*, const char*> cases[] = {
+        {"Memory module %d.", "Memory module 7."},
+        {"%02x%%", "07%"},
+        {"%-3u|", "7  |"},
+        {"%hhd", "7"},
+        {"no number", "no number 7"},
+        {"%d and %d", "%d and %d 7"},
+        {"%s", "%s 7"},
+        {"%n", "%n 7"},
+        {"%*d", "%*d 7"},
+        {"%ld", "%ld 7"},
+        {"%999d", "%999d 7"},
+        {"100%", "100% 7"},
+        {"", ""},
     };
-    const Case cases[] = {
-        {"Memory module %d.", true, "Memory module 7."},
-        {"%02x%%", true, "07%"},
-        {"%-3u|", true, "7  |"},
-        {"%hhd", true, "7"},
-        {"no number", false, "no number 7"},
-        {"%d and %d", false, "%d and %d 7"},
-        {"%s", false, "%s 7"},
-        {"%n", false, "%n 7"},
-        {"%*d", false, "%*d 7"},
-        {"%ld", false, "%ld 7"},
-        {"%999d", false, "%999d 7"},
-        {"100%", false, "100% 7"},
-        {"", false, ""},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(message::IsOneNumberFormat(c.format), c.ok) << c.format;
+    for (const auto& [format, text] : cases) {
         char out[64];
-        message::FormatOneNumber(out, sizeof out, c.format, 7);
-        EXPECT_STREQ(out, c.text) << c.format;
+        message::FormatOneNumber(out, sizeof out, format, 7);
+        EXPECT_STREQ(out, text) << format;
     }
 }
 
