@@ -16,8 +16,12 @@ TEST(CompletionCodes, TableEdgesShortTextsAndTheSELOnlyCode) {
         {0x81, "Unknown error\n"}, // SEL commands only, below
         {0xBF, "Unknown error\n"},
         {0xC0, "Node Busy."},
+        {0xC5, "Reservation Canceled or Invalid Reservation ID."},
         {0xC7, "Request data length"},
         {0xC8, "Request data field length"},
+        {0xCC, "Invalid data field in Request"},
+        {0xD2, "Command response could not be provided. BMC initialization or initialization agent "
+               "in progress"},
         {0xD5, "Cannot execute command. Command, or request parameter(s), not supported in "
                "present state."},
         {0xD6, "Unknown error\n"},
@@ -50,7 +54,7 @@ TEST(RenderResponse, CutAt255AndNeverPastTheBuffer) {
     // A buffer exactly as long as its bytes (the sanitizer build sees a read past it).
     const std::vector<uint8_t> small{0, 1, 2, 3, 4, 5, 6, 7, 0xAA, 0xBB};
     EXPECT_EQ("AA \n", RenderResponse(small.data(), small.size(), 0)); // the completion code alone
-    EXPECT_EQ("AA BB \n", RenderResponse(small.data(), small.size(), INT32_MAX));
+    EXPECT_EQ("AA BB \n", RenderResponse(small.data(), small.size(), 2)); // one past its end
     EXPECT_EQ("\n", RenderResponse(small.data(), 8, 5));
     EXPECT_EQ("\n", RenderResponse(small.data(), small.size(), INT32_MIN));
     EXPECT_EQ("\n", RenderResponse(nullptr, 256, 3));

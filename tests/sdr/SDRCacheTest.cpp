@@ -127,7 +127,7 @@ TEST_F(Cache, RepositoryOrderFirstOfOneNumberWinsVersionMismatchKept) {
         names.push_back(e->IDString);
     }
     EXPECT_EQ((std::vector<std::string>{"Temp A", "Fan", "", "Temp B"}), names);
-    EXPECT_TRUE(cap.hasLog(4, "strlen(SDRstring) = 64"));
+    EXPECT_EQ(3u, cap.countLog("strlen(SDRstring) = 64")); // each one read within its width
     ASSERT_NE(nullptr, FindSDR(cache, 0x30));
     EXPECT_EQ(3, FindSDR(cache, 0x30)->EntityID);
     EXPECT_EQ(nullptr, FindSDR(cache, 0x99));
