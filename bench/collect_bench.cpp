@@ -20,8 +20,8 @@ namespace {
 
 using namespace ipmisel;
 
-sim::NodeSpec makeNode(uint32_t records) {
-    sim::NodeSpec node;
+sim::NodeSetup makeNode(uint32_t records) {
+    sim::NodeSetup node;
     for (uint8_t n = 1; n <= 20; ++n) {
         sim::FullSensorFields f;
         f.id = n;

@@ -392,7 +392,7 @@ std::vector<uint8_t> selEntry(const Parser& p, const json& v, const std::string&
     return selRecord(e);
 }
 
-void parseSel(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseSel(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     Fields f(p, v, place);
     f.num("version", node.selVersion);
     f.optNum("reportedCount", node.selReportedCount);
@@ -587,7 +587,7 @@ std::vector<uint8_t> sdrEntry(const Parser& p, const json& v, const std::string&
     return out;
 }
 
-void parseSdr(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseSdr(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     Fields f(p, v, place);
     f.num("version", node.sdrVersion);
     f.num("maxReadCount", node.sdrMaxReadCount, 1, 255);
@@ -614,7 +614,7 @@ void parseSdr(const Parser& p, const json& v, const std::string& place, NodeSpec
 
 // ---- auxiliary log ---------------------------------------------------------------------
 
-void parseAuxLog(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseAuxLog(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     node.auxLogSupported = true;
     const json* entries = &v;
     std::string at = place;
@@ -707,7 +707,7 @@ void parseAuxLog(const Parser& p, const json& v, const std::string& place, NodeS
 
 // ---- the rest of a node ----------------------------------------------------------
 
-void parseFru(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseFru(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     if (!v.is_object()) {
         p.fail(place, "expected an object of FRU device ID -> hex bytes, got " + typeName(v));
     }
@@ -724,7 +724,7 @@ void parseFru(const Parser& p, const json& v, const std::string& place, NodeSpec
     }
 }
 
-void parseI2c(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseI2c(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     p.list(v, place);
     for (size_t i = 0; i < v.size(); ++i) {
         Fields f(p, v[i], Parser::item(place, i));
@@ -758,7 +758,7 @@ void parseI2c(const Parser& p, const json& v, const std::string& place, NodeSpec
     }
 }
 
-void parseOem(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseOem(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     p.list(v, place);
     for (size_t i = 0; i < v.size(); ++i) {
         Fields f(p, v[i], Parser::item(place, i));
@@ -776,7 +776,7 @@ void parseOem(const Parser& p, const json& v, const std::string& place, NodeSpec
     }
 }
 
-void parseFaults(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseFaults(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     p.list(v, place);
     for (size_t i = 0; i < v.size(); ++i) {
         Fields f(p, v[i], Parser::item(place, i));
@@ -812,7 +812,7 @@ void parseFaults(const Parser& p, const json& v, const std::string& place, NodeS
     }
 }
 
-void parseTranscript(const Parser& p, const json& v, const std::string& place, NodeSpec& node) {
+void parseTranscript(const Parser& p, const json& v, const std::string& place, NodeSetup& node) {
     p.list(v, place);
     for (size_t i = 0; i < v.size(); ++i) {
         Fields f(p, v[i], Parser::item(place, i));
@@ -835,13 +835,13 @@ void parseTranscript(const Parser& p, const json& v, const std::string& place, N
     }
 }
 
-NodeSpec parseNode(const Parser& p, const json& v, const std::string& place) {
+NodeSetup parseNode(const Parser& p, const json& v, const std::string& place) {
     Fields f(p, v, place);
-    NodeSpec node;
+    NodeSetup node;
     f.text("name", node.name);
     f.bytes("deviceId", node.deviceId);
     f.num("fruMaxReadCount", node.fruMaxReadCount, 1, 255);
-    using Section = void (*)(const Parser&, const json&, const std::string&, NodeSpec&);
+    using Section = void (*)(const Parser&, const json&, const std::string&, NodeSetup&);
     static const std::pair<const char*, Section> sections[] = {
         {"sel", parseSel},       {"sdr", parseSdr},
         {"fru", parseFru},       {"auxlog", parseAuxLog},

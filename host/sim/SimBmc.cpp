@@ -82,7 +82,8 @@ std::vector<uint8_t> requestKey(const host::IpmiRequest& r) {
 
 } // namespace
 
-SimBmc::SimBmc(NodeSpec spec, std::string name) : spec_(std::move(spec)), name_(std::move(name)) {}
+SimBmc::SimBmc(NodeSetup setup, std::string name)
+    : setup_(std::move(setup)), name_(std::move(name)) {}
 
 uint32_t SimBmc::requestCount(uint8_t netfn, uint8_t cmd) const {
     auto it = seen_.find({netfn, cmd});
@@ -94,10 +95,10 @@ host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
     ++seen_[{request.netfn, request.cmd}];
 
     // Every fault counts its own matching requests; the first one due fires.
-    faultHits_.resize(spec_.faults.size(), 0);
+    faultHits_.resize(setup_.faults.size(), 0);
     const Fault* due = nullptr;
-    for (size_t i = 0; i < spec_.faults.size(); ++i) {
-        const Fault& f = spec_.faults[i];
+    for (size_t i = 0; i < setup_.faults.size(); ++i) {
+        const Fault& f = setup_.faults[i];
         if (f.netfn != request.netfn || f.cmd != request.cmd ||
             request.data.size() < f.data.size() ||
             !std::equal(f.data.begin(), f.data.end(), request.data.begin())) {
@@ -128,7 +129,7 @@ host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
 }
 
 host::IpmiResponse SimBmc::respond(const host::IpmiRequest& request) {
-    for (const CannedAnswer& c : spec_.canned) {
+    for (const CannedAnswer& c : setup_.canned) {
         if (c.netfn != request.netfn || c.cmd != request.cmd) {
             continue;
         }
@@ -148,23 +149,23 @@ host::IpmiResponse SimBmc::respond(const host::IpmiRequest& request) {
         return r;
     }
 
-    if (!spec_.transcript.empty()) {
+    if (!setup_.transcript.empty()) {
         return fromTranscript(request);
     }
     return answer(request);
 }
 
 host::IpmiResponse SimBmc::fromTranscript(const host::IpmiRequest& request) {
-    if (transcriptIndexed_ != spec_.transcript.size()) {
+    if (transcriptIndexed_ != setup_.transcript.size()) {
         transcriptIndex_.clear();
         transcriptUsed_.clear();
-        for (size_t i = 0; i < spec_.transcript.size(); ++i) {
-            const TranscriptEntry& t = spec_.transcript[i];
+        for (size_t i = 0; i < setup_.transcript.size(); ++i) {
+            const TranscriptEntry& t = setup_.transcript[i];
             std::vector<uint8_t> key{t.netfn, t.lun, t.cmd};
             key.insert(key.end(), t.data.begin(), t.data.end());
             transcriptIndex_[key].push_back(i);
         }
-        transcriptIndexed_ = spec_.transcript.size();
+        transcriptIndexed_ = setup_.transcript.size();
     }
     auto key = requestKey(request);
     auto it = transcriptIndex_.find(key);
@@ -176,7 +177,7 @@ host::IpmiResponse SimBmc::fromTranscript(const host::IpmiRequest& request) {
     size_t& used = transcriptUsed_[key];
     size_t pick = std::min(used, it->second.size() - 1);
     ++used;
-    const TranscriptEntry& t = spec_.transcript[it->second[pick]];
+    const TranscriptEntry& t = setup_.transcript[it->second[pick]];
     if (t.sendFailure) {
         return host::IpmiResponse{};
     }
@@ -199,7 +200,7 @@ long SimBmc::findRecord(const std::vector<std::vector<uint8_t>>& records,
         return static_cast<long>(records.size() - 1);
     }
     // The index is rebuilt whenever it no longer matches the records (a test
-    // may change spec() between requests); the first record with an ID wins.
+    // may change setup() between requests); the first record with an ID wins.
     auto lookup = [&]() -> long {
         auto it = index.find(id);
         if (it != index.end() && it->second < records.size() &&
@@ -239,25 +240,25 @@ host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
 
     const auto& d = request.data;
     if (request.netfn == kNetfnApp && request.cmd == 0x01) { // Get Device ID
-        return ok(spec_.deviceId.empty() ? defaultDeviceId() : spec_.deviceId);
+        return ok(setup_.deviceId.empty() ? defaultDeviceId() : setup_.deviceId);
     }
     if (request.netfn != kNetfnStorage) {
         return fail(kCcInvalidCommand);
     }
     switch (request.cmd) {
     case 0x40: { // Get SEL Info
-        size_t n = spec_.selRecords.size();
+        size_t n = setup_.selRecords.size();
         uint32_t count =
-            spec_.selReportedCount.value_or(static_cast<uint16_t>(std::min<size_t>(n, 0xFFFF)));
+            setup_.selReportedCount.value_or(static_cast<uint16_t>(std::min<size_t>(n, 0xFFFF)));
         uint32_t lastAdd = 0;
-        for (const auto& r : spec_.selRecords) {
+        for (const auto& r : setup_.selRecords) {
             if (r.size() >= 7 && r[2] < 0xE0) {
                 lastAdd = std::max<uint32_t>(lastAdd,
                                              static_cast<uint32_t>(r[3] | r[4] << 8 | r[5] << 16) |
                                                  static_cast<uint32_t>(r[6]) << 24);
             }
         }
-        std::vector<uint8_t> out{spec_.selVersion};
+        std::vector<uint8_t> out{setup_.selVersion};
         appendLe16(out, count);
         appendLe16(out, n < kSelCapacity ? static_cast<uint32_t>((kSelCapacity - n) * 16) : 0);
         appendLe32(out, lastAdd);
@@ -272,18 +273,18 @@ host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
         return ok(out);
     }
     case 0x48: { // Get SEL Time
-        uint32_t t = spec_.selTimeNow ? static_cast<uint32_t>(std::time(nullptr)) : spec_.selTime;
+        uint32_t t = setup_.selTimeNow ? static_cast<uint32_t>(std::time(nullptr)) : setup_.selTime;
         std::vector<uint8_t> out;
         appendLe32(out, t);
         return ok(out);
     }
     case 0x20: { // Get SDR Repository Info
         size_t bytes = 0;
-        for (const auto& r : spec_.sdrRecords) {
+        for (const auto& r : setup_.sdrRecords) {
             bytes += r.size();
         }
-        std::vector<uint8_t> out{spec_.sdrVersion};
-        appendLe16(out, static_cast<uint32_t>(std::min<size_t>(spec_.sdrRecords.size(), 0xFFFF)));
+        std::vector<uint8_t> out{setup_.sdrVersion};
+        appendLe16(out, static_cast<uint32_t>(std::min<size_t>(setup_.sdrRecords.size(), 0xFFFF)));
         appendLe16(out, bytes < 0xFFFE ? static_cast<uint32_t>(0xFFFE - bytes) : 0);
         appendLe32(out, 0);
         appendLe32(out, 0);
@@ -299,8 +300,8 @@ host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
         if (d.size() != 1) {
             return fail(kCcLength);
         }
-        auto it = spec_.fru.find(d[0]);
-        if (it == spec_.fru.end()) {
+        auto it = setup_.fru.find(d[0]);
+        if (it == setup_.fru.end()) {
             return fail(kCcNotPresent);
         }
         std::vector<uint8_t> out;
@@ -326,11 +327,11 @@ host::IpmiResponse SimBmc::getSelEntry(const host::IpmiRequest& request) {
     if (offset != 0 && (reservation == 0 || reservation != selReservation_)) {
         return fail(kCcReservation);
     }
-    long pos = findRecord(spec_.selRecords, selIndex_, id);
+    long pos = findRecord(setup_.selRecords, selIndex_, id);
     if (pos < 0) {
         return fail(kCcNotPresent);
     }
-    const auto& rec = spec_.selRecords[static_cast<size_t>(pos)];
+    const auto& rec = setup_.selRecords[static_cast<size_t>(pos)];
     if (offset > rec.size()) {
         return fail(kCcOutOfRange);
     }
@@ -338,7 +339,7 @@ host::IpmiResponse SimBmc::getSelEntry(const host::IpmiRequest& request) {
     size_t n = count == 0xFF ? rest : std::min<size_t>(count, rest);
     size_t next = static_cast<size_t>(pos) + 1;
     std::vector<uint8_t> out;
-    appendLe16(out, next < spec_.selRecords.size() ? recordId(spec_.selRecords[next]) : 0xFFFF);
+    appendLe16(out, next < setup_.selRecords.size() ? recordId(setup_.selRecords[next]) : 0xFFFF);
     out.insert(out.end(), rec.begin() + offset, rec.begin() + static_cast<long>(offset + n));
     return ok(out);
 }
@@ -354,8 +355,8 @@ host::IpmiResponse SimBmc::getSdr(const host::IpmiRequest& request) {
     uint8_t count = d[5];
     ++sdrReadsSinceReserve_;
     if (offset != 0) {
-        bool expired = spec_.sdrReservationLifetime != 0 &&
-                       sdrReadsSinceReserve_ > spec_.sdrReservationLifetime;
+        bool expired = setup_.sdrReservationLifetime != 0 &&
+                       sdrReadsSinceReserve_ > setup_.sdrReservationLifetime;
         if (expired) {
             reservation_ = 0; // cancelled: only a new Reserve SDR Repository helps
         }
@@ -363,11 +364,11 @@ host::IpmiResponse SimBmc::getSdr(const host::IpmiRequest& request) {
             return fail(kCcReservation);
         }
     }
-    long pos = findRecord(spec_.sdrRecords, sdrIndex_, id);
+    long pos = findRecord(setup_.sdrRecords, sdrIndex_, id);
     if (pos < 0) {
         return fail(kCcNotPresent);
     }
-    const auto& rec = spec_.sdrRecords[static_cast<size_t>(pos)];
+    const auto& rec = setup_.sdrRecords[static_cast<size_t>(pos)];
     if (offset > rec.size()) {
         return fail(kCcOutOfRange);
     }
@@ -375,13 +376,13 @@ host::IpmiResponse SimBmc::getSdr(const host::IpmiRequest& request) {
     // The limit is on what was asked for ("rest of record" included), as a
     // controller with a fixed response buffer checks it.
     size_t asked = count == 0xFF ? rest : count;
-    if (asked > spec_.sdrMaxReadCount) {
+    if (asked > setup_.sdrMaxReadCount) {
         return fail(kCcCannotReturn);
     }
     size_t n = std::min(asked, rest);
     size_t next = static_cast<size_t>(pos) + 1;
     std::vector<uint8_t> out;
-    appendLe16(out, next < spec_.sdrRecords.size() ? recordId(spec_.sdrRecords[next]) : 0xFFFF);
+    appendLe16(out, next < setup_.sdrRecords.size() ? recordId(setup_.sdrRecords[next]) : 0xFFFF);
     out.insert(out.end(), rec.begin() + offset, rec.begin() + static_cast<long>(offset + n));
     return ok(out);
 }
@@ -391,13 +392,13 @@ host::IpmiResponse SimBmc::readFru(const host::IpmiRequest& request) {
     if (d.size() != 4) {
         return fail(kCcLength);
     }
-    auto it = spec_.fru.find(d[0]);
-    if (it == spec_.fru.end()) {
+    auto it = setup_.fru.find(d[0]);
+    if (it == setup_.fru.end()) {
         return fail(kCcNotPresent);
     }
     size_t offset = le16(d, 1);
     uint8_t count = d[3];
-    if (count > spec_.fruMaxReadCount) {
+    if (count > setup_.fruMaxReadCount) {
         return fail(kCcCannotReturn);
     }
     const auto& bytes = it->second;
@@ -417,8 +418,8 @@ host::IpmiResponse SimBmc::masterWriteRead(const host::IpmiRequest& request) {
         return fail(kCcLength);
     }
     std::pair<uint8_t, uint8_t> device{d[0], d[1]};
-    auto it = spec_.i2c.find(device);
-    if (it == spec_.i2c.end()) {
+    auto it = setup_.i2c.find(device);
+    if (it == setup_.i2c.end()) {
         return fail(kCcNakOnWrite);
     }
     // A register device: the first byte written selects the register, further
@@ -444,7 +445,7 @@ host::IpmiResponse SimBmc::masterWriteRead(const host::IpmiRequest& request) {
 }
 
 host::IpmiResponse SimBmc::auxLogStatus(const host::IpmiRequest& request) {
-    if (!spec_.auxLogSupported && spec_.auxLog.empty()) {
+    if (!setup_.auxLogSupported && setup_.auxLog.empty()) {
         return fail(kCcInvalidCommand);
     }
     if (request.data.size() != 1) {
@@ -453,16 +454,16 @@ host::IpmiResponse SimBmc::auxLogStatus(const host::IpmiRequest& request) {
     if (request.data[0] != 0x01) {
         return fail(kCcInvalidField);
     }
-    uint32_t count = spec_.auxLogReportedCount.value_or(
-        static_cast<uint16_t>(std::min<size_t>(spec_.auxLog.size(), 0xFFFF)));
+    uint32_t count = setup_.auxLogReportedCount.value_or(
+        static_cast<uint16_t>(std::min<size_t>(setup_.auxLog.size(), 0xFFFF)));
     std::vector<uint8_t> out{0xC1, 0xA3, 0x00};
-    appendLe32(out, spec_.auxLogTime);
+    appendLe32(out, setup_.auxLogTime);
     appendLe16(out, count);
     return ok(out);
 }
 
 host::IpmiResponse SimBmc::auxLogRead(const host::IpmiRequest& request) {
-    if (!spec_.auxLogSupported && spec_.auxLog.empty()) {
+    if (!setup_.auxLogSupported && setup_.auxLog.empty()) {
         return fail(kCcInvalidCommand);
     }
     const auto& d = request.data;
@@ -473,10 +474,10 @@ host::IpmiResponse SimBmc::auxLogRead(const host::IpmiRequest& request) {
         return fail(kCcInvalidField);
     }
     uint16_t number = le16(d, 3);
-    if (number == 0 || number > spec_.auxLog.size()) {
+    if (number == 0 || number > setup_.auxLog.size()) {
         return fail(kCcNotPresent);
     }
-    const auto& entry = spec_.auxLog[number - 1u].bytes;
+    const auto& entry = setup_.auxLog[number - 1u].bytes;
     size_t headerLen = std::min<size_t>(entry.size(), 10);
     size_t bodyLen = entry.size() - headerLen;
     size_t offset = d[5];
@@ -503,7 +504,7 @@ std::vector<std::shared_ptr<SimBmc>> applyScenario(const Scenario& scenario, hos
     std::vector<std::shared_ptr<SimBmc>> bmcs;
     config.nodes.clear();
     for (size_t i = 0; i < scenario.nodes.size(); ++i) {
-        const NodeSpec& node = scenario.nodes[i];
+        const NodeSetup& node = scenario.nodes[i];
         std::string name =
             node.name.empty() ? "simulated BMC node " + std::to_string(i + 1) : node.name;
         auto bmc = std::make_shared<SimBmc>(node, name);

@@ -66,7 +66,7 @@ struct AuxEntry {
     std::vector<uint8_t> bytes; // 10 header bytes + body, as Read Extended Data returns them
 };
 
-struct NodeSpec {
+struct NodeSetup {
     std::string name;              // describe(); empty: "simulated BMC node <n>"
     std::vector<uint8_t> deviceId; // Get Device ID response data; empty: a default
     // SEL
@@ -103,7 +103,7 @@ struct NodeSpec {
 
 struct Scenario {
     std::string origin; // file name, for messages
-    std::vector<NodeSpec> nodes;
+    std::vector<NodeSetup> nodes;
     std::vector<std::vector<uint8_t>> smbios; // whole structures
     bool smbiosReadable = true;
     std::string machineType = "0000";
@@ -120,12 +120,12 @@ Scenario parseScenario(const std::string& json, const std::string& origin); // t
 
 class SimBmc : public host::Transport {
   public:
-    explicit SimBmc(NodeSpec spec, std::string name = "simulated BMC");
+    explicit SimBmc(NodeSetup setup, std::string name = "simulated BMC");
     host::IpmiResponse send(const host::IpmiRequest& request) override;
     std::string describe() const override { return name_; }
     // Every request received, in order (for tests that assert on traffic).
     const std::vector<host::IpmiRequest>& received() const { return received_; }
-    NodeSpec& spec() { return spec_; }
+    NodeSetup& setup() { return setup_; }
     // How many requests of this netfn/cmd arrived so far.
     uint32_t requestCount(uint8_t netfn, uint8_t cmd) const;
 
@@ -145,7 +145,7 @@ class SimBmc : public host::Transport {
     long findRecord(const std::vector<std::vector<uint8_t>>& records,
                     std::map<uint16_t, size_t>& index, uint16_t id);
 
-    NodeSpec spec_;
+    NodeSetup setup_;
     std::string name_;
     std::vector<host::IpmiRequest> received_;
     std::map<std::pair<uint8_t, uint8_t>, uint32_t> seen_; // (netfn, cmd) -> count

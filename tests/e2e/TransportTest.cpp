@@ -35,7 +35,7 @@ uint16_t reserve(host::Transport& t) {
 
 TEST(SdrReadSplitter, AnswersARefusedRestOfRecordWholeAndLeavesTheRestAlone) {
     // Get SDR capped at 16 bytes; the first name's rest from 2Fh is 17 bytes.
-    sim::NodeSpec node;
+    sim::NodeSetup node;
     node.sdrMaxReadCount = 16;
     node.sdrRecords = {sim::buildFullSensorRecord({.id = 1, .name = "CPU1 Temperature"}),
                        sim::buildFullSensorRecord({.id = 2, .name = "FAN1"}),

@@ -43,7 +43,7 @@ class Storage : public ::testing::Test {
     IPMIRequestSEL sel() { return IPMIRequestSEL(NOXAQSV20::SPLibrary::GetSplibraryInstance(0)); }
     // Slot i: cc, next record ID, the 16 bytes, no "\n".
     std::string slot(size_t i) {
-        const auto& r = bmc->spec().selRecords;
+        const auto& r = bmc->setup().selRecords;
         const uint8_t head[3] = {0, r[i + 1][0], r[i + 1][1]};
         return HexBytes(head, 3) + HexBytes(r[i].data(), 16);
     }
@@ -184,8 +184,8 @@ TEST_F(Storage, SDRPiecesOfEachRecordType) {
     // and the rest from the ID string's type/length byte, 47 (full) or 31
     // (compact). Reservation and record IDs go low byte first, or the BMC
     // refuses them.
-    const auto& full = bmc->spec().sdrRecords[0];
-    const auto& compact = bmc->spec().sdrRecords[2];
+    const auto& full = bmc->setup().sdrRecords[0];
+    const auto& compact = bmc->setup().sdrRecords[2];
     EXPECT_EQ("00 08 00 " + HexBytes(full.data(), 10), piece(blocks[0].Header(), 64));
     EXPECT_EQ("00 08 00 " + HexBytes(full.data() + 20, 10), piece(blocks[0].Units(), 96));
     EXPECT_EQ("00 08 00 " + HexBytes(full.data() + 47, full.size() - 47),
