@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <vector>
 
 #include "auxlog/AuxLog.h"
@@ -14,25 +15,14 @@ using Bytes = std::vector<uint8_t>;
 
 // Maker ID, body length, record ID, FFh FFh on the last entry, one unused byte.
 inline Bytes AuxHeader(uint32_t length, uint16_t recordID, bool last = false) {
-    const uint8_t next = last ? 0xFF : 0x00;
-    return {0xC1,
-            0xA3,
-            0x00,
-            uint8_t(length),
-            uint8_t(length >> 8),
-            uint8_t(recordID),
-            uint8_t(recordID >> 8),
-            next,
-            next,
-            0};
+    const uint8_t n = last ? 0xFF : 0x00, lo = uint8_t(length), id = uint8_t(recordID);
+    return {0xC1, 0xA3, 0, lo, uint8_t(length >> 8), id, uint8_t(recordID >> 8), n, n, 0};
 }
 
 // n bytes counting up from `start`, so that each tells its position.
 inline Bytes Counting(size_t n, uint8_t start = 1) {
     Bytes b(n);
-    for (size_t i = 0; i < n; ++i) {
-        b[i] = uint8_t(start + i);
-    }
+    std::iota(b.begin(), b.end(), start);
     return b;
 }
 

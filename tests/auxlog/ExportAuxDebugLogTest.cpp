@@ -62,12 +62,8 @@ TEST_F(AuxExport, OneInstancePerOwnDebugCodeWithASELRecord) {
     EXPECT_EQ(body, out[0].find("RawData")->bytes);
     // A stated length past the slot gives what the slot keeps.
     EXPECT_EQ(Counting(246, 3), out[2].find("RawData")->bytes);
-    EXPECT_TRUE(host.hasLog(3, "RecordSize= 25"));
-    EXPECT_EQ(25u + 25u + 246u, host.countLog("Exporting array element."));
     EXPECT_TRUE(host.hasLog(2, "Not synchronizing BMC time with OS time."));
     EXPECT_EQ(1u, host.countLog("No corresponding SEL Record found."));
-    EXPECT_EQ(3u, host.countLog("Found corresponding SEL Record Entry."));
-    EXPECT_TRUE(host.hasLog("ExportAuxDebugLog() function exited."));
 }
 
 TEST_F(AuxExport, PropertyFailureDropsOnlyThatInstance) {

@@ -15,6 +15,15 @@ namespace {
 
 using Read = std::tuple<int, int, int>; // entry number, offset, read length
 
+// The reads of entry 1 with `length` body bytes: the header, then 25-byte chunks.
+std::vector<Read> Chunks(int length) {
+    std::vector<Read> reads{{1, 0, 0}};
+    for (int offset = 0; offset < length; offset += 25) {
+        reads.emplace_back(1, offset, std::min(25, length - offset));
+    }
+    return reads;
+}
+
 class AuxRequest : public ::testing::Test {
   protected:
     void SetUp() override { host.setNodes({bmc}); }
@@ -92,20 +101,7 @@ TEST_F(AuxRequest, BodiesAreReadInChunksIntoTheSlotUpToTheLastEntry) {
     const std::tuple<uint32_t, size_t, std::vector<Read>> cases[] = {
         {60, 60, {{1, 0, 0}, {1, 0, 25}, {1, 25, 25}, {1, 50, 10}}},
         {300, 44, {{1, 0, 0}, {1, 0, 25}, {1, 25, 19}}},
-        {255,
-         246,
-         {{1, 0, 0},
-          {1, 0, 25},
-          {1, 25, 25},
-          {1, 50, 25},
-          {1, 75, 25},
-          {1, 100, 25},
-          {1, 125, 25},
-          {1, 150, 25},
-          {1, 175, 25},
-          {1, 200, 25},
-          {1, 225, 25},
-          {1, 250, 5}}},
+        {255, 246, Chunks(255)},
     };
     for (const auto& [length, kept, reads] : cases) {
         // FFh FFh: the pass ends after this entry whatever the count says.
@@ -117,8 +113,6 @@ TEST_F(AuxRequest, BodiesAreReadInChunksIntoTheSlotUpToTheLastEntry) {
         EXPECT_EQ(Of(AuxSlot(AuxHeader(length, 9, true), Counting(kept))), Of(slots[0])) << length;
         EXPECT_EQ(0xEE, slots[1].data[0]) << length;
     }
-    EXPECT_TRUE(host.hasLog(3, "incompletelen = 35 readlen =25 offset = 25"));
-    EXPECT_TRUE(host.logContains("buffer[0].data:\n193 \n163 0 60 0 9 0 255 255 0 1 \n2 "));
     EXPECT_TRUE(host.hasLog(
         0, "The length(144) of raw data exceed the limitation of struct s_AuxLog_entry.data?"));
 }

@@ -29,12 +29,9 @@ TEST(ParseExtendedSELData, NamesWithTheirSpellingsAndGaps) {
         {0x80, 0xA0, 0, 7, "PLATFORM_P80_CODE OXA_ERROR_FATAL Computing/Unknown"},
         {0x81, 0x80, 1, 9, "Unknown OXA_ERROR_WARNING Peripheral/Spec Reserved"},
         {2, 0x20, 1, 11, "ERROR_CODE Unknown Peripheral/Spec Reserved"},
-        {3, 0x40, 1, 13, "DEBUG_CODE OXA_ERROR_INFO Peripheral/Unknown"},
         {0, 0xC0, 2, 3, "Unknown Unknown I/O BUS/Unknown"},
         {3, 0x40, 2, 12, "DEBUG_CODE OXA_ERROR_INFO I/O BUS/I2C"},
-        {3, 0x40, 3, 14, "DEBUG_CODE OXA_ERROR_INFO Software/Unknown"},
         {3, 0x40, 3, 18, "DEBUG_CODE OXA_ERROR_INFO Software/DXE Service"},
-        {3, 0x40, 3, 19, "DEBUG_CODE OXA_ERROR_INFO Software/Unknown"},
     };
     for (const auto& [type, severity, cls, sub, names] : cases) {
         const std::string said = Said(Parse({AuxSlot(1, StatusCode(type, severity, cls, sub))})[0]);
@@ -61,7 +58,6 @@ TEST(ParseExtendedSELData, StoredOrderOwnMakerOnlyAndTheCarryOver) {
 TEST(ParseExtendedSELData, ExtendedDataTextAndTrace) {
     // Stated body length, extended text, trace. Lengths up to 22 have none.
     const std::tuple<uint32_t, std::string, std::string> cases[] = {
-        {5, "", "recordsize = 5\n\n x = 0"},
         {22, "", "recordsize = 22\n\n x = 0"},
         {25, "AA BB 0C ", "recordsize = 25\n 170 t = AA\n 187 t = BB 12 t = 0C\n x = 3"},
     };

@@ -41,11 +41,7 @@ TEST(RenderResponse, CutAt255AndNeverPastTheBuffer) {
         buf[i] = static_cast<uint8_t>(i);
     }
     // Response length -> text size; 84 bytes fill 252 characters and the "\n" still fits.
-    for (auto [length, size] : {std::pair<int32_t, size_t>{83, 253},
-                                {84, 255},
-                                {85, 255},
-                                {248, 255},
-                                {INT32_MAX, 255}}) {
+    for (auto [length, size] : {std::pair<int32_t, size_t>{83, 253}, {84, 255}, {INT32_MAX, 255}}) {
         const std::string text = RenderResponse(buf.data(), buf.size(), length);
         EXPECT_EQ(size, text.size()) << length;
         EXPECT_EQ(size < 255, text.back() == '\n') << length;

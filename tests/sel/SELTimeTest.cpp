@@ -49,7 +49,6 @@ TEST(SELTimestamp, TheBMCsTimeWithTheLocalOffsetAndNothingAdded) {
         {0x00000000, "19700101000000", 4, "Adding 0 hours to Timestamp."},
         {0x1FFFFFFF, "19870105184831", 4, "Adding 0 hours to Timestamp."},
         {0x20000000, "19870105184832", 4, "No addition to Timestamp."},
-        {0x7FFFFFFF, "20380119031407", 4, "No addition to Timestamp."},
         {0x80000000, nullptr, 3, "Could not convert CurrentTimeStamp."},
         {0xFFFFFFFF, nullptr, 3, "Could not convert CurrentTimeStamp."},
     };
