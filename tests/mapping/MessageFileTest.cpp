@@ -36,7 +36,6 @@ TEST(MessageFile, TextAsAScanWouldCutIt) {
         // A miss is silent; an empty text is a failure with its own line.
         {"104=x\n", "105", 256, 1, "", nullptr},
         {"105=\n", "105", 256, 1, "", kEmpty},
-        {"105=\r\n", "105", 256, 1, "", kEmpty},
         {"105 without equals\n", "105", 256, 1, "", kEmpty},
     };
     for (const auto& c : cases) {
@@ -126,16 +125,11 @@ TEST(MessageFile, OneNumberFormats) {
     const std::pair<const char*, const char*> cases[] = {
         {"Memory module %d.", "Memory module 7."},
         {"%02x%%", "07%"},
-        {"%-3u|", "7  |"},
         {"%hhd", "7"},
-        {"no number", "no number 7"},
         {"%d and %d", "%d and %d 7"},
         {"%s", "%s 7"},
-        {"%n", "%n 7"},
         {"%*d", "%*d 7"},
-        {"%ld", "%ld 7"},
         {"%999d", "%999d 7"},
-        {"100%", "100% 7"},
         {"", ""},
     };
     for (const auto& [format, text] : cases) {
