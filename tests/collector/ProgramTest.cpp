@@ -1,7 +1,6 @@
 // The program as a user meets it: the built ipmisel-collect run on the demo
 // scenario and on broken set-ups (skipped while the program, the plug-in or
 // its message file is not built), and the loader and path finding in-process.
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
@@ -77,7 +76,6 @@ void expectOneErrorLine(const Outcome& r, const std::string& words) {
 TEST(Program, UsageAndEveryRefusalIsOneLineWithItsExitCode) {
     NEED_PROGRAM();
     EXPECT_NE(run({"--help"}).out.find("Exit codes:"), std::string::npos);
-    EXPECT_TRUE(run({"--version"}).out.starts_with("ipmisel-collect "));
 
     // A plug-in folder without its message file (the folder's name avoids the
     // word the plug-in looks for in its path), and a plug-in that is not one.
@@ -102,7 +100,6 @@ TEST(Program, UsageAndEveryRefusalIsOneLineWithItsExitCode) {
         {{"--plugin", bare + "/ipmisel.so"}, kExitPlugin, "looked for " + bare + "/ipmisel.INI"},
         {{"--plugin", fake + "/ipmisel.so"}, kExitPlugin, "cannot load the plug-in"},
         {{"--out", "/none/o.txt"}, kExitOutput, "/none/o.txt"},
-        {{"--log", "/none/l.txt"}, kExitOutput, "/none/l.txt"},
         // Broken scenarios: the simulator's account names the file, the place
         // and the problem.
         {sim("bad.json", "{ \"nodes\": [ }"), kExitScenario,
@@ -110,9 +107,8 @@ TEST(Program, UsageAndEveryRefusalIsOneLineWithItsExitCode) {
         {sim("rec.json", record15), kExitScenario, "rec.json: nodes[0].sel.records[0]: 15 bytes"},
         {sim("absent.json", nullptr), kExitScenario, "absent.json: cannot open"},
 #if !IPMISEL_HAVE_FREEIPMI
-        // Without the real-BMC transport the options are understood and refused.
+        // Without the real-BMC transport the option is understood and refused.
         {{"--inband"}, kExitTransport, "not available in this build"},
-        {{"--host", "10.0.0.5", "--user", "admin"}, kExitTransport, "not available in this build"},
 #endif
     };
     for (Case& c : cases) {
@@ -197,17 +193,9 @@ TEST(Program, DemoScenarioAsATableWithAQuietLog) {
              dir + "/table.txt", "--log", dir + "/quiet.txt", "--log-level", "1"});
     ASSERT_EQ(table.code, 0) << table.err;
     EXPECT_EQ(table.out, "");
-    auto rows = lines(readFile(dir + "/table.txt"));
-    ASSERT_GE(rows.size(), 3u);
-    EXPECT_TRUE(rows[0].starts_with("Node | Record | Time stamp"));
-    EXPECT_TRUE(rows[1].starts_with("   1 |      1 | ")) << rows[1];
-    // One row per record; long cells continue on lines with empty number columns.
-    auto rowsOf = [&](const char* node) {
-        return std::count_if(rows.begin(), rows.end(),
-                             [&](const std::string& r) { return r.starts_with(node); });
-    };
-    EXPECT_EQ(rowsOf("   1 |"), 56);
-    EXPECT_EQ(rowsOf("   2 |"), 17);
+    std::string rows = readFile(dir + "/table.txt");
+    EXPECT_TRUE(rows.starts_with("Node | Record | Time stamp")) << rows.substr(0, 80);
+    EXPECT_NE(rows.find("\n   1 |      1 | "), std::string::npos);
     std::string quiet = "\n" + readFile(dir + "/quiet.txt");
     for (const char* above : {"\n2 ", "\n3 ", "\n4 "}) {
         EXPECT_EQ(quiet.find(above), std::string::npos) << quiet;
@@ -231,23 +219,19 @@ TEST(Loader, RefusedRegistration) {
 
 TEST(Paths, InstalledDemoScenarioBeforeTheSourceTreesOne) {
     std::string root = t::makeTempDir("collect-layout");
-    fs::create_directories(root + "/src/scenarios");
-    std::ofstream(root + "/src/scenarios/demo.json") << "{}";
     Environment env;
     env.exePath = root + "/bin/ipmisel-collect";
     env.sourceDir = root + "/src";
-
-    // Before installation the source tree's copy; after, the one beside bin/.
     std::vector<std::string> looked;
-    EXPECT_EQ(findDemoScenario(env, &looked), root + "/src/scenarios/demo.json");
+    EXPECT_EQ(findDemoScenario(env, &looked), "");
     EXPECT_EQ(looked, (std::vector<std::string>{root + "/scenarios/demo.json",
                                                 root + "/src/scenarios/demo.json"}));
-    fs::create_directories(root + "/scenarios");
-    std::ofstream(root + "/scenarios/demo.json") << "{}";
-    EXPECT_EQ(findDemoScenario(env), root + "/scenarios/demo.json");
-    env.sourceDir.clear();
-    fs::remove(root + "/scenarios/demo.json");
-    EXPECT_EQ(findDemoScenario(env), "");
+    // Before installation the source tree's copy; after, the one beside bin/.
+    for (std::string dir : {"/src/scenarios", "/scenarios"}) {
+        fs::create_directories(root + dir);
+        std::ofstream(root + dir + "/demo.json") << "{}";
+        EXPECT_EQ(findDemoScenario(env), root + dir + "/demo.json");
+    }
 }
 
 } // namespace

@@ -61,7 +61,6 @@ TEST_F(SendCommand, RequestAndAnswerKeepTheFrameLayoutWithinTheCapacity) {
     // sent, response data bytes stored, completion code.
     const std::tuple<uint8_t, std::array<uint8_t, 4>, int32_t, size_t, int32_t, uint8_t> cases[] = {
         {1, {4, 0, 0, 0}, 256, 4, 3, 0x00}, // read big-endian it would be huge
-        {1, {0, 1, 0, 0}, 256, 247, 3, 0x00},
         {1, {0xFF, 0xFF, 0xFF, 0xFF}, 256, 247, 3, 0x00},
         {2, {5, 0, 0, 0}, 256, 5, 0, 0xC1}, // a completion code alone
         {3, {5, 0x77, 0x66, 0}, 256, 247, 247, 0x00},

@@ -64,7 +64,7 @@ TEST(Smbios, StructuresByTypeThenStatusFiveAndMisuseStatusThree) {
     EXPECT_EQ(smBiosLoad(nullptr, &h).GetCode(), QSV_ERROR); // no source
     EXPECT_EQ(h, nullptr);
     host.config().smbios = ipmisel::host::smbiosFromDumpFile("/nonexistent/dump.bin");
-    EXPECT_EQ(smBiosLoad(nullptr, &h).GetCode(), QSV_ERROR);
+    EXPECT_EQ(smBiosLoad(nullptr, &h).GetCode(), QSV_ERROR); // status 3
 
     host.config().smbios = ipmisel::host::smbiosFromStructures({kOem1, kSystem, kOem2});
     ASSERT_EQ(smBiosLoad(nullptr, &h).GetCode(), QSV_SUCCESS);
@@ -127,15 +127,5 @@ TEST(SmbiosDump, EntryPointsTableEndAndBrokenTables) {
     }
     for (const Bytes& file : {Bytes{}, Bytes{'_', 'S', 'M'}, Bytes(64, 0), table}) {
         EXPECT_FALSE(ipmisel::host::smbiosFromDumpFile(writeDump(file))->structures().has_value());
-    }
-}
-
-TEST(SmbiosSystem, RunningSystemTablesAreWellFormedWhenReadable) {
-    // Usually readable by root only.
-    for (const auto& s :
-         ipmisel::host::smbiosFromSystem()->structures().value_or(std::vector<Bytes>{})) {
-        ASSERT_GE(s.size(), 6u);
-        EXPECT_GE(s[1], 4);
-        EXPECT_EQ(s[s.size() - 1] | s[s.size() - 2], 0);
     }
 }
