@@ -125,7 +125,11 @@ TEST_F(ExportFixture, StandardRecordWithSensorWritesEveryPropertyInOrder) {
     EXPECT_TRUE(host.hasLog("Found matching SDR for this SEL."));
 }
 
-TEST_F(ExportFixture, WithoutSensorRecordTheSdrTextsStayEmpty) {
+TEST_F(ExportFixture, WithoutSensorRecordOrBmcClockTheRecordIsStillWhole) {
+    // A BMC whose clock cannot be read: reported once, stamps unaffected.
+    bmc = std::make_shared<test::FakeTransport>(
+        [](const host::IpmiRequest&) { return test::cc(0xC0); });
+    host.setNodes({bmc});
     auto out = Export({Threshold(1)});
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].get("Entity"), "");
@@ -135,6 +139,8 @@ TEST_F(ExportFixture, WithoutSensorRecordTheSdrTextsStayEmpty) {
     EXPECT_EQ(out[0].get("Message").rfind("  (Temperature - ): Assertion: ", 0), 0u);
     EXPECT_TRUE(host.hasLog("SDR cache is empty."));
     EXPECT_TRUE(host.hasLog("No matching SDR for this SEL."));
+    EXPECT_TRUE(host.hasLog(2, "Not synchronizing BMC time with OS time."));
+    EXPECT_EQ(out[0].get("MessageTimestamp"), "20240102030405.000000+000");
 }
 
 TEST_F(ExportFixture, FirstNodeKeepsOnlyItsOwnGenerators) {
@@ -270,16 +276,6 @@ TEST_F(ExportFixture, AuxiliaryLogTextJoinsTheRecordWithTheSameID) {
     EXPECT_EQ(out[1].get("AuxLog"),
               "Type: DEBUG_CODE Sev: OXA_ERROR_FATAL Class: Computing Sub-Class: Host Processor "
               "Instance: 0x01020304 GUID: 0xAABB0000000000000001 Extended Data: DE AD ");
-}
-
-TEST_F(ExportFixture, ClockThatCannotBeReadIsReportedAndRecordsKeepTheirStamps) {
-    bmc = std::make_shared<test::FakeTransport>(
-        [](const host::IpmiRequest&) { return test::cc(0xC0); });
-    host.setNodes({bmc});
-    auto out = Export({Threshold(1)});
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_TRUE(host.hasLog(2, "Not synchronizing BMC time with OS time."));
-    EXPECT_EQ(out[0].get("MessageTimestamp"), "20240102030405.000000+000");
 }
 
 TEST(FillSELArray, ScansEverySlotAndStopsAtTheFirstEmptyOne) {
