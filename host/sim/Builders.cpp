@@ -184,19 +184,9 @@ uint8_t Units1::pack() const {
                                 (percentage ? 1 : 0));
 }
 
-std::vector<uint8_t> buildFullSensorRecord(const FullSensorFields& f) {
-    checkBits(f.ownerLun, 2, "owner LUN");
-    checkBits(f.tolerance, 6, "tolerance");
-    checkBits(f.accuracy, 10, "accuracy");
-    checkBits(f.accuracyExp, 2, "accuracy exponent");
-    checkBits(f.direction, 2, "sensor direction");
-    uint16_t m = tenBits(f.m, "M");
-    uint16_t b = tenBits(f.b, "B");
-    uint8_t rExp = nibble(f.rExp, "R exponent");
-    uint8_t bExp = nibble(f.bExp, "B exponent");
-
-    std::vector<uint8_t> r(kFullNameOffset, 0);
-    header(r, f.id, f.version, 0x01);
+namespace {
+// Bytes 5..22 are laid out alike in full and compact sensor records.
+template <class Fields> void putSensorCommon(std::vector<uint8_t>& r, const Fields& f) {
     r[5] = f.owner;
     r[6] = f.ownerLun;
     r[7] = f.number;
@@ -212,6 +202,23 @@ std::vector<uint8_t> buildFullSensorRecord(const FullSensorFields& f) {
     r[20] = f.units1;
     r[21] = f.baseUnit;
     r[22] = f.modifierUnit;
+}
+} // namespace
+
+std::vector<uint8_t> buildFullSensorRecord(const FullSensorFields& f) {
+    checkBits(f.ownerLun, 2, "owner LUN");
+    checkBits(f.tolerance, 6, "tolerance");
+    checkBits(f.accuracy, 10, "accuracy");
+    checkBits(f.accuracyExp, 2, "accuracy exponent");
+    checkBits(f.direction, 2, "sensor direction");
+    uint16_t m = tenBits(f.m, "M");
+    uint16_t b = tenBits(f.b, "B");
+    uint8_t rExp = nibble(f.rExp, "R exponent");
+    uint8_t bExp = nibble(f.bExp, "B exponent");
+
+    std::vector<uint8_t> r(kFullNameOffset, 0);
+    header(r, f.id, f.version, 0x01);
+    putSensorCommon(r, f);
     r[23] = f.linearization;
     // M and B: low 8 bits, then the top two bits in bits 7:6 of the next byte
     // beside tolerance / the low accuracy bits.
@@ -245,21 +252,7 @@ std::vector<uint8_t> buildCompactSensorRecord(const CompactSensorFields& f) {
     checkBits(f.ownerLun, 2, "owner LUN");
     std::vector<uint8_t> r(kCompactNameOffset, 0);
     header(r, f.id, f.version, 0x02);
-    r[5] = f.owner;
-    r[6] = f.ownerLun;
-    r[7] = f.number;
-    r[8] = f.entityId;
-    r[9] = f.entityInstance;
-    r[10] = f.initialization;
-    r[11] = f.capabilities;
-    r[12] = f.sensorType;
-    r[13] = f.eventType;
-    putLe16(r, 14, f.assertionMask);
-    putLe16(r, 16, f.deassertionMask);
-    putLe16(r, 18, f.readingMask);
-    r[20] = f.units1;
-    r[21] = f.baseUnit;
-    r[22] = f.modifierUnit;
+    putSensorCommon(r, f);
     putLe16(r, 23, f.sharing);
     r[25] = f.hysteresisPos;
     r[26] = f.hysteresisNeg;
