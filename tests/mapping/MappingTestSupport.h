@@ -1,5 +1,4 @@
-// Shared set-up of the mapping tests: a captured host whose plug-in path points
-// into a folder holding a message file chosen by the test.
+// A captured host whose plug-in folder holds the message file a test chooses.
 #pragma once
 
 #include <cstring>
@@ -16,20 +15,14 @@
 namespace ipmisel::test {
 
 inline std::string shippedMessageFile() {
-    std::ifstream in(sourceDir() + "/data/ipmisel.INI", std::ios::binary);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(sourceDir() + "/data/ipmisel.INI", std::ios::binary).rdbuf();
     return text.str();
 }
 
-// A host whose plug-in lives in a fresh folder with the given message file.
-class MappingHost {
-  public:
-    explicit MappingHost(const std::string& ini, bool writeIni = true) {
-        folder = makeTempDir("mapping");
-        if (writeIni) {
-            writeFile(ini);
-        }
+struct MappingHost {
+    explicit MappingHost(const std::string& ini) {
+        writeFile(ini);
         capture.config().pluginPath = folder + "/ipmisel.so";
         message::ClearCache();
     }
@@ -37,7 +30,6 @@ class MappingHost {
         std::ofstream(folder + "/ipmisel.INI", std::ios::binary | std::ios::trunc) << ini;
     }
     NOXAQSV20::TCPluginCallbacks* cb() { return host::hostCallbacks(); }
-
     // The text up to the terminator, which must lie within size.
     std::string lookup(const std::string& key, int* result = nullptr, int32_t size = 256) {
         char out[512];
@@ -46,11 +38,11 @@ class MappingHost {
         if (result) {
             *result = r;
         }
-        return size > 0 ? std::string(out, strnlen(out, static_cast<size_t>(size))) : "";
+        return std::string(out, strnlen(out, static_cast<size_t>(size)));
     }
     std::string text(int32_t id) { return lookup(std::to_string(id)); }
 
-    std::string folder;
+    std::string folder = makeTempDir("mapping");
     HostCapture capture;
     IPMIMapping mapping;
 };
