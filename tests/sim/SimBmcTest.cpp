@@ -14,10 +14,6 @@ host::IpmiResponse send(SimBmc& bmc, uint8_t netfn, uint8_t cmd, std::vector<uin
     return bmc.send({netfn, 0, cmd, std::move(data)});
 }
 
-std::string hexOf(const host::IpmiResponse& r) {
-    return toHex(r.data);
-}
-
 SimBmc bmcFrom(const std::string& nodeJson) {
     Scenario s = parseScenario("{\"nodes\": [" + nodeJson + "]}", "t.json");
     return SimBmc(s.nodes.at(0));
@@ -29,7 +25,7 @@ TEST(SimBmc, SelWalkFollowsNextRecordIds) {
     auto info = send(bmc, 0x0A, 0x40);
     ASSERT_EQ(info.data.size(), 14u);
     EXPECT_EQ(toHex(std::span(info.data).first(3)), "51 03 00");
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x48)), "C0 B1 E1 65");
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x48).data), "C0 B1 E1 65");
 
     // Asked ID, completion code, next record ID (low byte first), first byte.
     const std::tuple<uint16_t, uint8_t, const char*, uint8_t> steps[] = {
@@ -50,9 +46,6 @@ TEST(SimBmc, SelWalkFollowsNextRecordIds) {
             EXPECT_EQ(r.data[2], firstByte);
         }
     }
-    SimBmc empty = bmcFrom("{}");
-    EXPECT_EQ(send(empty, 0x0A, 0x40).data[1], 0);
-    EXPECT_EQ(send(empty, 0x0A, 0x43, {0, 0, 0, 0}).cc, 0xC7);
 }
 
 TEST(SimBmc, SelPartialReadsNeedTheReservation) {
@@ -62,7 +55,7 @@ TEST(SimBmc, SelPartialReadsNeedTheReservation) {
     auto res = send(bmc, 0x0A, 0x42);
     auto r = send(bmc, 0x0A, 0x43, {res.data[0], res.data[1], 1, 0, 10, 2});
     EXPECT_EQ(r.cc, 0);
-    EXPECT_EQ(hexOf(r), "FF FF 07 00");
+    EXPECT_EQ(toHex(r.data), "FF FF 07 00");
 }
 
 std::vector<uint8_t> getSdr(uint16_t res, uint16_t id, uint8_t offset, uint8_t count) {
@@ -95,7 +88,7 @@ TEST(SimBmc, GetSdrOffsetsCountsAndLimits) {
         SCOPED_TRACE(testing::Message() << id << "/" << int(offset) << "/" << int(count));
         auto r = send(bmc, 0x0A, 0x23, getSdr(res, id, offset, count));
         EXPECT_EQ(r.cc, cc);
-        EXPECT_EQ(hexOf(r), data);
+        EXPECT_EQ(toHex(r.data), data);
     }
 }
 
@@ -122,12 +115,11 @@ TEST(SimBmc, SdrReservationIsCheckedForPartialReadsAndCanBeCancelled) {
 TEST(SimBmc, ReadFruDataChunks) {
     SimBmc bmc = bmcFrom(
         R"({"fruMaxReadCount": 16, "fru": {"2": "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13"}})");
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x10, {2})), "14 00 00");
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x11, {2, 0x00, 0x00, 4})), "04 00 01 02 03");
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x11, {2, 0x10, 0x00, 16})), "04 10 11 12 13");
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x10, {2}).data), "14 00 00");
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x11, {2, 0x00, 0x00, 4}).data), "04 00 01 02 03");
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x11, {2, 0x10, 0x00, 16}).data), "04 10 11 12 13");
     EXPECT_EQ(send(bmc, 0x0A, 0x11, {2, 0x00, 0x01, 16}).cc, 0xC9); // offset 100h
     EXPECT_EQ(send(bmc, 0x0A, 0x11, {2, 0x00, 0x00, 17}).cc, 0xCA);
-    EXPECT_EQ(send(bmc, 0x0A, 0x11, {0, 0x00, 0x00, 16}).cc, 0xCB);
 }
 
 TEST(SimBmc, AuxLogStatusAndChunkedReads) {
@@ -136,7 +128,7 @@ TEST(SimBmc, AuxLogStatusAndChunkedReads) {
                                    std::string(76, '7') + R"("}, {"recordId": 4}]}]})",
                                "t.json");
     SimBmc bmc(s.nodes.at(0));
-    EXPECT_EQ(hexOf(send(bmc, 0x0A, 0x5A, {0x01})), "C1 A3 00 00 00 00 00 02 00");
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x5A, {0x01}).data), "C1 A3 00 00 00 00 00 02 00");
     const std::vector<uint8_t>& entry = s.nodes[0].auxLog.at(0).bytes;
     ASSERT_EQ(entry.size(), 70u);
     EXPECT_EQ(entry[3], 60);
@@ -157,18 +149,15 @@ TEST(SimBmc, AuxLogStatusAndChunkedReads) {
     EXPECT_EQ(read(3, 0, 0).cc, 0xCB);
     EXPECT_EQ(read(1, 61, 1).cc, 0xC9);
     EXPECT_EQ(send(bmc, 0x2E, 0x93, {0x01, 0xA3, 0x00, 1, 0, 0, 0, 0, 0}).cc, 0xCC);
-    // Without a log the commands are unknown.
-    SimBmc none = bmcFrom("{}");
-    EXPECT_EQ(send(none, 0x0A, 0x5A, {0x01}).cc, 0xC1);
 }
 
 TEST(SimBmc, MasterWriteReadKeepsARegisterPointerPerDevice) {
     SimBmc bmc = bmcFrom(R"({"i2c": [
         {"bus": 3, "address": "0xC0", "registers": {"0x63": "4D"}},
         {"bus": 3, "address": "0xA0", "registers": "10 11 12"}]})");
-    EXPECT_EQ(hexOf(send(bmc, 0x06, 0x52, {3, 0xC0, 0, 0x63})), "");
-    EXPECT_EQ(hexOf(send(bmc, 0x06, 0x52, {3, 0xC0, 1})), "4D");
-    EXPECT_EQ(hexOf(send(bmc, 0x06, 0x52, {3, 0xA0, 4, 0x01})), "11 12 FF FF");
+    EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xC0, 0, 0x63}).data), "");
+    EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xC0, 1}).data), "4D");
+    EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xA0, 4, 0x01}).data), "11 12 FF FF");
     EXPECT_EQ(send(bmc, 0x06, 0x52, {3, 0x40, 1}).cc, 0x83);
 }
 
@@ -177,8 +166,8 @@ TEST(SimBmc, CannedAnswersAndUnknownCommands) {
         {"netfn": "0x3A", "cmd": "0x6B", "data": "01", "response": "42"},
         {"netfn": "0x3A", "cmd": "0xC4", "data": "00 00 00", "prefix": true, "cc": "0xD5"},
         {"netfn": "0x3A", "cmd": "0x50", "fail": true}]})");
-    EXPECT_EQ(hexOf(send(bmc, 0x06, 0x01)), "20 81 05 10 02");
-    EXPECT_EQ(hexOf(send(bmc, 0x3A, 0x6B, {0x01})), "42");
+    EXPECT_EQ(toHex(send(bmc, 0x06, 0x01).data), "20 81 05 10 02");
+    EXPECT_EQ(toHex(send(bmc, 0x3A, 0x6B, {0x01}).data), "42");
     EXPECT_EQ(send(bmc, 0x3A, 0x6B, {0x02}).cc, 0xC1);
     EXPECT_EQ(send(bmc, 0x3A, 0xC4, {0, 0, 0, 0x85, 'a'}).cc, 0xD5);
     EXPECT_FALSE(send(bmc, 0x3A, 0x50).sent);
