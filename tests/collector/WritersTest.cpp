@@ -134,22 +134,17 @@ TEST(Table, MessageLosesOnlyWhatTheColumnsRepeat) {
 }
 
 TEST(Table, OtherClassesAsWrappedNameValueLines) {
+    // Boilerplate and empty values left out, a long value cut where the line
+    // ends; back to log records, a blank line and the header.
     std::ostringstream out;
     TableWriter w(out, 40);
-    w.write(logRecord("1", "m"));
     w.write(Instance{"OXASG_VTXAuxDebugRecord",
-                     {when("MessageTimestamp", "20240301120005.000000+000"),
-                      text("CreationClassName", "OXASG_VTXAuxDebugRecord"), text("RecordID", "0"),
-                      text("Empty", ""), bytes("RawData", {0xDE, 0xAD, 0xBE, 0xEF, 0x00, 0x01})}});
+                     {text("CreationClassName", "OXASG_VTXAuxDebugRecord"), text("Empty", ""),
+                      bytes("RawData", {0xDE, 0xAD, 0xBE, 0xEF, 0x00, 0x01, 0x02, 0x03, 0x04})}});
     w.write(logRecord("2", "m"));
-    auto ls = lines(out.str());
-    ASSERT_EQ(ls.size(), 10u);
-    // Boilerplate and empty values left out, a value longer than a line cut
-    // where the line ends; back to log records, a blank line and the header.
-    EXPECT_EQ(std::vector<std::string>(ls.begin() + 2, ls.begin() + 9),
-              (std::vector<std::string>{
-                  "", "OXASG_VTXAuxDebugRecord:", "    MessageTimestamp=20240301120005.0000",
-                  "    00+000, RecordID=0, RawData=DE AD BE", "    EF 00 01", "", ls[0]}));
+    EXPECT_TRUE(out.str().starts_with("OXASG_VTXAuxDebugRecord: RawData=DE AD\n"
+                                      "    BE EF 00 01 02 03 04\n\nNode | Record |"))
+        << out.str();
 }
 
 TEST(Csv, HeaderPerClassQuotingBytesAndWidening) {

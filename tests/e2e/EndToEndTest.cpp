@@ -21,37 +21,49 @@ using Bytes = std::vector<uint8_t>;
 constexpr auto npos = std::string::npos;
 constexpr uint32_t kT0 = 1718092800; // 2024-06-11 08:00:00 UTC
 
-Bytes event(uint16_t id, uint32_t at, uint8_t type, uint8_t number, uint8_t eventType,
-            std::array<uint8_t, 3> data, bool deassertion = false) {
-    return sim::selRecord({.id = id,
-                           .timestamp = kT0 + at,
-                           .sensorType = type,
-                           .sensorNumber = number,
-                           .eventType = eventType,
-                           .deassertion = deassertion,
-                           .data = data});
+// A node's events, numbered from 1: when (seconds after kT0), sensor type,
+// sensor number, event type, event data, deassertion.
+struct Event {
+    uint32_t at;
+    uint8_t type, number, eventType;
+    std::array<uint8_t, 3> data;
+    bool deassertion = false;
+};
+std::vector<Bytes> events(std::initializer_list<Event> list) {
+    std::vector<Bytes> out;
+    for (const Event& e : list) {
+        out.push_back(sim::selRecord({.id = static_cast<uint16_t>(out.size() + 1),
+                                      .timestamp = kT0 + e.at,
+                                      .sensorType = e.type,
+                                      .sensorNumber = e.number,
+                                      .eventType = e.eventType,
+                                      .deassertion = e.deassertion,
+                                      .data = e.data}));
+    }
+    return out;
 }
 
-// Events of every sensor in tests/e2e/bmc/bmc.emu, threshold and
-// sensor-specific, assertions and deassertions, a sensor without a record and
-// an OEM record (its byte 7 names the BMC, so the first node keeps it).
-const std::vector<Bytes> kNodeOne = {
-    event(1, 0, 0x01, 0x30, 0x01, {0x59, 92, 90}),     // CPU1 Temp above UC
-    event(2, 61, 0x04, 0x20, 0x01, {0x52, 8, 10}),     // FAN1 below LC
-    event(3, 122, 0x02, 0x40, 0x01, {0x57, 225, 220}), // 12V above UNC
-    event(4, 183, 0x08, 0x50, 0x6F, {0x01, 0xFF, 0xFF}),
-    event(5, 244, 0x0C, 0x52, 0x6F, {0x00, 0xFF, 0xFF}),
-    event(6, 305, 0x05, 0x54, 0x6F, {0x00, 0xFF, 0xFF}),
-    event(7, 366, 0x08, 0x50, 0x6F, {0x01, 0xFF, 0xFF}, true),
-    event(8, 3600, 0x01, 0x30, 0x01, {0x59, 80, 90}, true),
-    event(9, 7200, 0x07, 0x99, 0x6F, {0x00, 0xFF, 0xFF}), // no SDR for 99h
-    sim::selOemRecord(10, 0xC0, kT0 + 86400, Bytes{0x20, 1, 0, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC}),
-};
-const std::vector<Bytes> kNodeTwo = {
-    event(1, 10, 0x05, 0x54, 0x6F, {0x00, 0xFF, 0xFF}),
-    event(2, 20, 0x01, 0x30, 0x01, {0x57, 86, 85}),
-    event(3, 30, 0x0C, 0x52, 0x6F, {0x01, 0xFF, 0xFF}),
-};
+// Every sensor in tests/e2e/bmc/bmc.emu, threshold (CPU1 Temp above UC, FAN1
+// below LC, 12V above UNC) and sensor-specific, assertions and deassertions,
+// a sensor without a record (99h) and an OEM record (its byte 7 names the
+// BMC, so the first node keeps it).
+const std::vector<Bytes> kNodeOne = [] {
+    auto v = events({{0, 0x01, 0x30, 0x01, {0x59, 92, 90}},
+                     {61, 0x04, 0x20, 0x01, {0x52, 8, 10}},
+                     {122, 0x02, 0x40, 0x01, {0x57, 225, 220}},
+                     {183, 0x08, 0x50, 0x6F, {1, 255, 255}},
+                     {244, 0x0C, 0x52, 0x6F, {0, 255, 255}},
+                     {305, 0x05, 0x54, 0x6F, {0, 255, 255}},
+                     {366, 0x08, 0x50, 0x6F, {1, 255, 255}, true},
+                     {3600, 0x01, 0x30, 0x01, {0x59, 80, 90}, true},
+                     {7200, 0x07, 0x99, 0x6F, {0, 255, 255}}});
+    v.push_back(sim::selOemRecord(10, 0xC0, kT0 + 86400,
+                                  Bytes{0x20, 1, 0, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC}));
+    return v;
+}();
+const std::vector<Bytes> kNodeTwo = events({{10, 0x05, 0x54, 0x6F, {0, 255, 255}},
+                                            {20, 0x01, 0x30, 0x01, {0x57, 86, 85}},
+                                            {30, 0x0C, 0x52, 0x6F, {1, 255, 255}}});
 
 const std::string kCollector = test::binDir() + "/ipmisel-collect";
 
@@ -120,21 +132,15 @@ TEST_F(AgainstIpmiSim, TableNamesSensorsAndConvertsReadingsAsIpmitoolDoes) {
                    {{"IPMI_PASSWORD", IpmiSim::kPassword}});
     ASSERT_EQ(elist.code, 0) << elist.err;
     // Ours: node | record | time stamp | sensor type | sensor | message, a
-    // message wrapped over several lines joined again. ipmitool's: ID in hex |
-    // 06/11/24 | 08:00:00 UTC | <type> <sensor> | event | Asserted |
-    // Reading 92 > Threshold 90 degrees C.
-    std::vector<std::vector<std::string>> ours;
+    // message wrapped over several lines joined again. ipmitool's, one a line
+    // in ID order: ID | 06/11/24 | 08:00:00 UTC | <type> <sensor> | event |
+    // Asserted | Reading 92 > Threshold 90 degrees C.
+    std::vector<std::vector<std::string>> ours, theirs = rowsOf(elist.out);
     for (auto& cells : rowsOf(run.out)) {
-        if (cells.size() == 6 && !cells[0].empty() && cells[0] != "Node") {
-            ours.push_back(cells);
-        } else if (cells.size() == 6 && !ours.empty()) {
+        if (cells.size() == 6 && cells[0].empty()) {
             ours.back()[5] += " " + cells[5];
-        }
-    }
-    std::map<unsigned, std::vector<std::string>> theirs;
-    for (auto& cells : rowsOf(elist.out)) {
-        if (cells.size() >= 4) {
-            theirs[std::stoul(cells[0], nullptr, 16)] = cells;
+        } else if (cells.size() == 6 && cells[0] != "Node") {
+            ours.push_back(cells);
         }
     }
     ASSERT_EQ(ours.size(), kNodeOne.size()) << run.out;
@@ -148,15 +154,13 @@ TEST_F(AgainstIpmiSim, TableNamesSensorsAndConvertsReadingsAsIpmitoolDoes) {
     int readings = 0;
     for (size_t i = 0; i < ours.size(); ++i) {
         const auto& row = ours[i];
-        const auto& their = theirs[i + 1];
+        const auto& their = theirs[i];
         SCOPED_TRACE(row[1] + ": " + row[5]);
         EXPECT_EQ(row[0], "1");
         ASSERT_EQ(row[1], std::to_string(i + 1));
-        unsigned mo = 0, d = 0, y = 0;
-        std::sscanf(their[1].c_str(), "%u/%u/%u", &mo, &d, &y);
-        char text[128];
-        std::snprintf(text, sizeof text, "20%02u-%02u-%02u %.8s", y, mo, d, their[2].c_str());
-        EXPECT_EQ(row[2], text);
+        // 06/11/24 and 08:00:00 UTC against 2024-06-11 08:00:00.
+        EXPECT_EQ(row[2], "20" + their[1].substr(6, 2) + "-" + their[1].substr(0, 2) + "-" +
+                              their[1].substr(3, 2) + " " + their[2].substr(0, 8));
         EXPECT_EQ(row[4], names[i]);
         if (!row[4].empty()) {
             // ipmitool says "<type> <ID string>"; our type may add a word in
@@ -172,6 +176,7 @@ TEST_F(AgainstIpmiSim, TableNamesSensorsAndConvertsReadingsAsIpmitoolDoes) {
             std::sscanf(their[6].c_str(), "Reading %lf %*c Threshold %lf %31[^\n]", &reading,
                         &threshold, unit) == 3) {
             ++readings;
+            char text[128];
             std::snprintf(text, sizeof text, "Trigger reading: %.2f %s", reading, unit);
             EXPECT_NE(row[5].find(text), npos) << text;
             std::snprintf(text, sizeof text, "Trigger threshold value: %.2f %s", threshold, unit);
