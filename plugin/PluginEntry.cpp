@@ -29,7 +29,9 @@ TQSVStatusCode PluginTerminate() {
     return TQSVStatusCode(QSV_SUCCESS);
 }
 
-PluginInfo PluginGetInfo() { return PluginInfo{kPluginName, kPluginVersion, kPluginVersion2, 0}; }
+PluginInfo PluginGetInfo() {
+    return PluginInfo{kPluginName, kPluginVersion, kPluginVersion2, 0};
+}
 
 } // namespace ipmisel
 

@@ -10,7 +10,9 @@ void Log(int severity, const char* text) {
     NOXAQSV20::fdrWriteLog(static_cast<NOXAQSV20::EQSVLogSeverity>(severity), text);
 }
 
-void Log(int severity, const std::string& text) { Log(severity, text.c_str()); }
+void Log(int severity, const std::string& text) {
+    Log(severity, text.c_str());
+}
 
 void LogF(int severity, const char* fmt, ...) {
     char small[512];

@@ -6,7 +6,9 @@ NOXAQSV20::TCPluginCallbacks* g_hostCallbacks = nullptr;
 uint32_t g_runFlag = 0;
 
 namespace {
-time_t systemClock() { return time(nullptr); }
+time_t systemClock() {
+    return time(nullptr);
+}
 } // namespace
 
 time_t (*g_clock)() = systemClock;

@@ -8,7 +8,9 @@ namespace ipmisel {
 namespace {
 // Sizes from signed callers arrive as huge unsigned values; nothing that big
 // is a real buffer.
-bool usable(size_t size) { return size > 0 && size < (size_t{1} << 31); }
+bool usable(size_t size) {
+    return size > 0 && size < (size_t{1} << 31);
+}
 } // namespace
 
 size_t TextFormatV(char* dst, size_t size, const char* fmt, va_list ap) {
@@ -54,7 +56,9 @@ void TextAppend(char* dst, size_t size, const char* src) {
     dst[used + n] = '\0';
 }
 
-void TextAppend(char* dst, size_t size, const std::string& src) { TextAppend(dst, size, src.c_str()); }
+void TextAppend(char* dst, size_t size, const std::string& src) {
+    TextAppend(dst, size, src.c_str());
+}
 
 void TextAppendF(char* dst, size_t size, const char* fmt, ...) {
     if (!usable(size)) {
@@ -77,7 +81,9 @@ void CopyOut(char* dst, size_t size, const char* src) {
     std::strncpy(dst, src, size);
 }
 
-size_t TextLength(const char* buf, size_t size) { return strnlen(buf, size); }
+size_t TextLength(const char* buf, size_t size) {
+    return strnlen(buf, size);
+}
 
 std::string HexBytes(const uint8_t* bytes, size_t count) {
     static const char digits[] = "0123456789ABCDEF";

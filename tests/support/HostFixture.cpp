@@ -28,7 +28,9 @@ host::IpmiResponse cc(uint8_t code) {
     return r;
 }
 
-host::IpmiResponse notSent() { return host::IpmiResponse{}; }
+host::IpmiResponse notSent() {
+    return host::IpmiResponse{};
+}
 
 HostCapture::HostCapture(host::Config config) {
     config.logSink = [this](int severity, const std::string& text) {
@@ -47,7 +49,9 @@ HostCapture::HostCapture(host::Config config) {
     host::configure(std::move(config));
 }
 
-HostCapture::~HostCapture() { host::configure(host::Config{}); }
+HostCapture::~HostCapture() {
+    host::configure(host::Config{});
+}
 
 void HostCapture::setNodes(std::vector<std::shared_ptr<host::Transport>> nodes) {
     host::config().nodes = std::move(nodes);
@@ -63,7 +67,9 @@ std::vector<std::shared_ptr<sim::SimBmc>> HostCapture::useScenarioFile(const std
     return sim::applyScenario(scenario, host::config());
 }
 
-bool HostCapture::hasLog(const std::string& text) const { return findLog(text) != std::string::npos; }
+bool HostCapture::hasLog(const std::string& text) const {
+    return findLog(text) != std::string::npos;
+}
 
 bool HostCapture::hasLog(int severity, const std::string& text) const {
     return std::any_of(logs.begin(), logs.end(),
@@ -77,8 +83,8 @@ bool HostCapture::logContains(const std::string& fragment) const {
 }
 
 size_t HostCapture::countLog(const std::string& text) const {
-    return static_cast<size_t>(std::count_if(logs.begin(), logs.end(),
-                                             [&](const LogLine& l) { return l.text == text; }));
+    return static_cast<size_t>(
+        std::count_if(logs.begin(), logs.end(), [&](const LogLine& l) { return l.text == text; }));
 }
 
 size_t HostCapture::findLog(const std::string& text, size_t from) const {
@@ -129,6 +135,8 @@ std::string binDir() {
     return env && *env ? env : IPMISEL_BIN_DIR;
 }
 
-std::string sourceDir() { return IPMISEL_SOURCE_DIR; }
+std::string sourceDir() {
+    return IPMISEL_SOURCE_DIR;
+}
 
 } // namespace ipmisel::test

@@ -30,9 +30,9 @@ class FakeTransport : public host::Transport {
     Handler handler_;
 };
 
-host::IpmiResponse ok(std::vector<uint8_t> data);   // cc 00 and data
-host::IpmiResponse cc(uint8_t code);                // a completion code alone
-host::IpmiResponse notSent();                       // the send failed
+host::IpmiResponse ok(std::vector<uint8_t> data); // cc 00 and data
+host::IpmiResponse cc(uint8_t code);              // a completion code alone
+host::IpmiResponse notSent();                     // the send failed
 
 // Configures the host on construction (sinks installed over whatever `config`
 // holds) and resets it on destruction.
@@ -52,9 +52,9 @@ class HostCapture {
     std::vector<std::pair<uint32_t, std::string>> coreLogs;
     std::vector<host::Instance> instances;
 
-    bool hasLog(const std::string& text) const;             // a line equal to text
+    bool hasLog(const std::string& text) const; // a line equal to text
     bool hasLog(int severity, const std::string& text) const;
-    bool logContains(const std::string& fragment) const;     // any line containing it
+    bool logContains(const std::string& fragment) const; // any line containing it
     size_t countLog(const std::string& text) const;
     // Index of the first line equal to text at or after `from`, or npos.
     size_t findLog(const std::string& text, size_t from = 0) const;
