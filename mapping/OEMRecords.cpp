@@ -257,6 +257,32 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const uint8_t* bytes
 
 } // namespace
 
+namespace {
+// The opening both time-stamped OEM records share: title, the type's text
+// when the type is one the file names, "Record part 0" and the 24-bit event
+// identifier that ties the record to its E0h/E1h detail.
+void TimestampedHeader(IPMIMapping& m, TCPluginCallbacks* cb, char* text, size_t size,
+                       int32_t titleId, int32_t typeBase, uint8_t typeCount, uint8_t type,
+                       uint32_t identifier) {
+    char word[256];
+    auto lookup = [&](int32_t id) -> const char* {
+        if (m.GetINIStringById(cb, id, word, sizeof word) != 0) {
+            Log(SevError, "Error in obtaining string.");
+        }
+        return word;
+    };
+    TextAppendF(text, size, "%s: ", lookup(titleId));
+    if (type < typeCount) {
+        TextAppendF(text, size, "%s. ", lookup(typeBase + type));
+    }
+    TextAppend(text, size, lookup(ids::kRecordPart));
+    TextAppend(text, size, " 0. ");
+    TextAppend(text, size, lookup(ids::kEventIdentifier));
+    TextAppendF(text, size, " %u. ", identifier);
+}
+
+} // namespace
+
 int IPMIMapping::GetOEMxC0(TCPluginCallbacks* cb, uint8_t b7, uint8_t b8, uint8_t b9, uint8_t b10,
                            uint8_t b11, uint8_t b12, uint8_t b13, uint8_t b14, char* out,
                            uint32_t size) {
@@ -265,21 +291,8 @@ int IPMIMapping::GetOEMxC0(TCPluginCallbacks* cb, uint8_t b7, uint8_t b8, uint8_
     if (NOXAQSV20::TOSSpecific::GetBiosID() == kDetailedOEMBiosID) {
         detailedPostText(text, sizeof text, b10, b11, b12, b13, b14);
     } else {
-        char word[256];
-        auto lookup = [&](int32_t id) -> const char* {
-            if (GetINIStringById(cb, id, word, sizeof word) != 0) {
-                Log(SevError, "Error in obtaining string.");
-            }
-            return word;
-        };
-        TextAppendF(text, sizeof text, "%s: ", lookup(ids::kPostTitle));
-        if (b10 < 7) {
-            TextAppendF(text, sizeof text, "%s. ", lookup(ids::kPostTypeBase + b10));
-        }
-        TextAppend(text, sizeof text, lookup(ids::kRecordPart));
-        TextAppend(text, sizeof text, " 0. ");
-        TextAppend(text, sizeof text, lookup(ids::kEventIdentifier));
-        TextAppendF(text, sizeof text, " %u. ", number24(b7, b8, b9));
+        TimestampedHeader(*this, cb, text, sizeof text, ids::kPostTitle, ids::kPostTypeBase, 7, b10,
+                          number24(b7, b8, b9));
         if (b11 == 0) {
             if (b10 < std::size(kPostClasses)) {
                 TextAppendF(text, sizeof text, "%s. ", kPostClasses[b10]);
@@ -300,21 +313,8 @@ int IPMIMapping::GetOEMxC1(TCPluginCallbacks* cb, uint8_t b7, uint8_t b8, uint8_
                            uint8_t /*b11*/, uint8_t b12, uint8_t b13, char* out, uint32_t size) {
     Log(SevTrace, "IPMIMapping::GetOEMxC1() function entered.");
     char text[512] = {};
-    char word[256];
-    auto lookup = [&](int32_t id) -> const char* {
-        if (GetINIStringById(cb, id, word, sizeof word) != 0) {
-            Log(SevError, "Error in obtaining string.");
-        }
-        return word;
-    };
-    TextAppendF(text, sizeof text, "%s: ", lookup(ids::kSmiTitle));
-    if (b10 < 6) {
-        TextAppendF(text, sizeof text, "%s. ", lookup(ids::kSmiTypeBase + b10));
-    }
-    TextAppend(text, sizeof text, lookup(ids::kRecordPart));
-    TextAppend(text, sizeof text, " 0. ");
-    TextAppend(text, sizeof text, lookup(ids::kEventIdentifier));
-    TextAppendF(text, sizeof text, " %u. ", number24(b7, b8, b9));
+    TimestampedHeader(*this, cb, text, sizeof text, ids::kSmiTitle, ids::kSmiTypeBase, 6, b10,
+                      number24(b7, b8, b9));
     if (b10 == 3) {
         // Scalability link: byte 11 carries nothing the text uses.
         TextAppend(text, sizeof text, ". ");
