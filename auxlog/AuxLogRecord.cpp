@@ -4,8 +4,8 @@
 #include <string>
 
 #include "auxlog/AuxLog.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace ipmisel {
 

@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "auxlog/AuxLog.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 using namespace NOXAQSV20;
 

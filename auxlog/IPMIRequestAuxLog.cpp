@@ -6,8 +6,8 @@
 
 #include "auxlog/AuxLog.h"
 #include "ipmi/IPMIRequestFrame.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 using namespace NOXAQSV20;
 

@@ -6,8 +6,8 @@
 
 #include "export/ExportConfig.h"
 #include "mapping/IPMIMapping.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 using namespace NOXAQSV20;
 

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace ipmisel {
 

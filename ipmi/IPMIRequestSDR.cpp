@@ -6,8 +6,8 @@
 
 #include "ipmi/IpmiConfig.h"
 #include "ipmi/SeenRecordIDs.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace ipmisel {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "mapping/MessageFile.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace ipmisel {
 

@@ -11,7 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "plugin/text.h"
+#include "base/text.h"
 
 namespace ipmisel::message {
 

@@ -6,8 +6,8 @@
 #include "mapping/IPMIMapping.h"
 #include "mapping/MappingConfig.h"
 #include "mapping/OffsetIds.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace ipmisel {
 

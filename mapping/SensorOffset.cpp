@@ -5,8 +5,8 @@
 #include "mapping/IPMIMapping.h"
 #include "mapping/MessageFile.h"
 #include "mapping/OffsetIds.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace ipmisel {
 

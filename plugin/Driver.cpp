@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "auxlog/AuxLog.h"
+#include "base/log.h"
+#include "base/text.h"
 #include "export/ExportSEL.h"
 #include "ipmi/IPMIRequestSDR.h"
 #include "ipmi/IPMIRequestSEL.h"
@@ -23,9 +25,7 @@
 #include "plugin/PlatformConfig.h"
 #include "plugin/PluginEntry.h"
 #include "plugin/Probes.h"
-#include "plugin/log.h"
 #include "plugin/module.h"
-#include "plugin/text.h"
 #include "sdr/IPMISDREntry.h"
 #include "sdr/SDRCache.h"
 #include "sel/IPMISELEntry.h"

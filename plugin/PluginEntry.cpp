@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "plugin/log.h"
+#include "base/log.h"
 #include "plugin/module.h"
 
 using namespace NOXAQSV20;

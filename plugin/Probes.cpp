@@ -6,8 +6,8 @@
 #include <new>
 #include <string>
 
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 using namespace NOXAQSV20;
 

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "ipmi/IPMIRequestSDR.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 
 namespace ipmisel {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "plugin/log.h"
+#include "base/log.h"
 
 namespace ipmisel {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 #include "sel/SELFormat.h"
 
 namespace ipmisel {

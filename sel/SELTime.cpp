@@ -9,8 +9,8 @@
 #include <string>
 
 #include "ipmi/IPMIRequestFrame.h"
-#include "plugin/log.h"
-#include "plugin/text.h"
+#include "base/log.h"
+#include "base/text.h"
 #include "sel/IPMISELEntry.h"
 
 namespace ipmisel {

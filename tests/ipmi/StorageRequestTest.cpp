@@ -11,7 +11,7 @@
 #include "ipmi/IPMIRequestSDR.h"
 #include "ipmi/IPMIRequestSEL.h"
 #include "ipmi/IpmiConfig.h"
-#include "plugin/text.h"
+#include "base/text.h"
 #include "tests/support/HostFixture.h"
 
 namespace ipmisel {

@@ -9,7 +9,7 @@
 #include "host/runtime.h"
 #include "mapping/IPMIMapping.h"
 #include "mapping/MessageFile.h"
-#include "plugin/log.h"
+#include "base/log.h"
 #include "tests/support/HostFixture.h"
 
 namespace ipmisel::test {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "plugin/text.h"
+#include "base/text.h"
 #include "sdr/SDRCache.h"
 #include "tests/support/HostFixture.h"
 
