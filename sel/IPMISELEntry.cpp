@@ -55,9 +55,7 @@ constexpr SoftwareRange kSoftwareRanges[] = {
     {0x2F, 537}, // system management software
     {0x3F, 538}, // OEM
     {0x46, 539}, // remote console software
-    // 47h, the terminal-mode remote console, is printed with the reserved
-    // text: the export has always named generator 8Fh so, and reports are
-    // compared across versions. Text 540 stays in the file, unused.
+    {0x47, 540}, // terminal mode remote console
     {0x7F, 541}, // reserved
 };
 constexpr int32_t kLunFormatId = 543;

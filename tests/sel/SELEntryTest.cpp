@@ -129,17 +129,25 @@ TEST_F(SEL, MessageFileFormatsTakeOneIntegerOrNothing) {
 }
 
 TEST_F(SEL, GeneratorIDByRangeOrAddress) {
-    // Byte 8 = 5Fh: channel 5, LUN 3 (printed for addresses only).
+    // Byte 8 = 5Fh: channel 5, LUN 3 (printed for addresses only). Software
+    // IDs (byte 7 >> 1) at each end of their ranges.
     const std::pair<uint8_t, std::string> cases[] = {
-        {0x1F, Ini(535)},
-        {0x41, Ini(537)},
-        {0x8F, Ini(541)}, // 47h has always been printed with the reserved text
-        {0x20, "16 (address). " + Ini(543, 3)},
+        {0x01, "BIOS"},                                  // 00h
+        {0x1F, "BIOS"},                                  // 0Fh
+        {0x21, "SMI handler"},                           // 10h
+        {0x41, "System management software"},            // 20h
+        {0x7F, "OEM software"},                          // 3Fh
+        {0x81, "Remote console software"},               // 40h
+        {0x8D, "Remote console software"},               // 46h
+        {0x8F, "Terminal mode remote console software"}, // 47h
+        {0x91, "Reserved software ID"},                  // 48h
+        {0xFF, "Reserved software ID"},                  // 7Fh
+        {0x20, "16 (address). LUN 3."},
     };
     for (const auto& [gen1, head] : cases) {
         EXPECT_EQ(0,
                   Rec({0, 0, 2, 0, 0, 0, 0, gen1, 0x5F}).GetGeneratorID(mapping, cb, Out(), 512));
-        EXPECT_EQ(head + Ini(544, 5), Text());
+        EXPECT_EQ(head + " Channel 5.", Text()) << int(gen1);
     }
 }
 
