@@ -165,33 +165,42 @@ void TraceSDRBuffer(const char* info, const std::vector<SDRTextBlock>& blocks) {
     }
 }
 
-// Reads this node's SEL into records. Slots are allocated for what Get SEL
-// Info reported (at least one: the walk asks for the first entry even of a
-// log said to be empty, and the array is never of size zero);
-// entries beyond that are fetched by the walk and not kept. Only the slots
-// the walk filled become records, so a walk that stopped early does not turn
-// empty slots into records. Returns the count Get SEL Info reported.
-uint32_t ReadSEL(NodeContext& ctx, IPMIRequestSEL& sel, uint32_t count,
-                 std::vector<IPMISELEntry>& records) {
+// The node's SEL as Get SEL Entry left it: the text slots and how many of
+// them the walk filled.
+struct SELSlots {
+    std::unique_ptr<char[]> text;
+    uint32_t filled = 0;
+};
+
+// Fetches this node's SEL entries into text slots. Slots are allocated for
+// what Get SEL Info reported (at least one: the walk asks for the first entry
+// even of a log said to be empty, and the array is never of size zero);
+// entries beyond that are fetched by the walk and not kept. Only the leading
+// slots the walk filled count, so a walk that stopped early does not turn
+// empty slots into records.
+SELSlots FetchSEL(IPMIRequestSEL& sel, uint32_t count) {
+    SELSlots result;
     const size_t slotCount = count > 0 ? count : 1;
-    std::unique_ptr<char[]> text = NewArray<char>("sel_slots", SELSlotBytes(slotCount));
-    if (!text) {
+    result.text = NewArray<char>("sel_slots", SELSlotBytes(slotCount));
+    if (!result.text) {
         OutOfMemory("Could not allocate memory for SEL entries.");
     }
-    SELEntryText* slots = reinterpret_cast<SELEntryText*>(text.get());
+    SELEntryText* slots = reinterpret_cast<SELEntryText*>(result.text.get());
     sel.nextRecordID[0] = 0;
     sel.nextRecordID[1] = 0;
     sel.IPMIGetSELEntry(slots, count);
-
-    uint32_t filled = 0;
-    while (filled < count && slots[filled].text[0] != '\0') {
-        ++filled;
+    while (result.filled < count && slots[result.filled].text[0] != '\0') {
+        ++result.filled;
     }
-    records.assign(filled, IPMISELEntry{});
-    if (FillSELArray(ctx.cb, text.get(), records.data(), filled) != 0) {
+    return result;
+}
+
+// Parses the filled slots into records.
+void ParseSEL(NodeContext& ctx, const SELSlots& slots, std::vector<IPMISELEntry>& records) {
+    records.assign(slots.filled, IPMISELEntry{});
+    if (FillSELArray(ctx.cb, slots.text.get(), records.data(), slots.filled) != 0) {
         Log(SevFailure, "Failed to fill all the entries into SEL array.\n");
     }
-    return count;
 }
 
 // Status, slots and read of the auxiliary log. False when there is nothing.
@@ -229,10 +238,10 @@ void CollectSEL(NodeContext& ctx) {
         throw 1;
     }
 
-    std::vector<IPMISELEntry> records;
-    // The slots are read before the SDR walk and parsed after it, as the
-    // parser needs nothing from the repository but the log reads in that order.
-    const uint32_t reported = ReadSEL(ctx, sel, count, records);
+    // Entries first, then the repository walk and its trace, then the parse:
+    // the log has always shown the steps in this order, and people comparing
+    // logs of different runs read them that way.
+    const SELSlots slots = FetchSEL(sel, count);
 
     std::vector<SDRTextBlock>& blocks = *ctx.objects.sdrList;
     blocks.clear();
@@ -255,6 +264,9 @@ void CollectSEL(NodeContext& ctx) {
     }
     CreateSDRCache(head, cache.cache, blocks, info);
     TraceSDRBuffer(info, blocks);
+
+    std::vector<IPMISELEntry> records;
+    ParseSEL(ctx, slots, records);
     LogF(SevTrace, "num_SELentries = %u", static_cast<unsigned>(records.size()));
 
     std::unique_ptr<s_AuxLog_entry[]> auxSlots;
@@ -272,7 +284,7 @@ void CollectSEL(NodeContext& ctx) {
     }
     // Record IDs of later nodes follow this node's: the offset grows by what
     // the BMC reported, whatever part of it was exported.
-    *ctx.recordOffset += static_cast<int32_t>(reported);
+    *ctx.recordOffset += static_cast<int32_t>(count);
     Log(SevTrace, "Completed all collecting and exporting of SEL/SDR.");
 
     ctx.selRecords = std::move(records);
@@ -287,7 +299,7 @@ void CollectAuxDebug(NodeContext& ctx) {
         IPMIRequestSEL& sel = *ctx.objects.sel;
         uint32_t count = 0;
         if (sel.IPMIGetSELInfo(count) == 0) {
-            ReadSEL(ctx, sel, count, ctx.selRecords);
+            ParseSEL(ctx, FetchSEL(sel, count), ctx.selRecords);
         } else {
             ctx.selRecords.clear();
         }

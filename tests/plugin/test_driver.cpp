@@ -253,6 +253,39 @@ TEST_F(DriverTest, TheSelWalkFollowsTheBmcAndKeepsOnlyFilledReportedSlots) {
     }
 }
 
+TEST_F(DriverTest, OneNodesSelCollectionRunsItsStepsInOrder) {
+    Use({R"({"sel": {"records": [{"sensorNumber": "0x30"}, {}]},
+              "sdr": {"records": [{"full": {"number": "0x30", "name": "CPU 1 Temp"}}]},
+              "auxlog": [{"recordId": 1}]})"});
+    EXPECT_EQ(Collect({kLogRecord}), 0);
+    // The entries are fetched, then the repository is walked and traced, and
+    // only then are the slots parsed, the aux log read and the records exported.
+    const char* steps[] = {"Getting log records.",
+                           "IPMIRequestSEL::IPMIGetSELInfo() entered.",
+                           "IPMIRequestSEL::IPMIGetSELEntry() entered.",
+                           "IPMIRequestSEL::IPMIGetSELEntry() completed.",
+                           "IPMIRequestSDR::IPMIGetSDREntry() completed.",
+                           "Printing out the SDR buffer...",
+                           "SDR String =",
+                           "FillSELArray() function entered.",
+                           "FillSELArray() function completed.",
+                           "num_SELentries = 2",
+                           "IPMIRequestAuxLog::IPMIGetAuxLogStatus() entered.\n",
+                           "num_AuxLogEntries = 1",
+                           "Entering ParseExtendedSELData.",
+                           "ExportSEL() function entered.",
+                           "ExportSEL() function complete.",
+                           "Completed all collecting and exporting of SEL/SDR.",
+                           "Finished getting IPMI SEL data."};
+    size_t at = 0;
+    for (const char* step : steps) {
+        at = host.findLog(step, at);
+        ASSERT_NE(at, std::string::npos) << "missing or out of order: " << step;
+        ++at;
+    }
+    EXPECT_EQ(host.countLog("FillSELArray() function entered."), 1u);
+}
+
 TEST_F(DriverTest, GetSelInfoFailingTwiceAbandonsTheCollectionKeepingEarlierNodes) {
     auto bmcs = Use(
         {Node(2),
