@@ -142,13 +142,16 @@ const ActionBit kActions[] = {
 
 // Sensor-specific offsets nest only through "logging disabled for one event
 // type", which names a further offset; a BMC can make that chain point at
-// itself, so the depth is bounded.
+// itself, so the depth is bounded. A plain module value, like the rest of the
+// plug-in's state: collections run on the framework's one calling thread, and
+// thread-local storage in a library opened with dlopen costs a loader
+// allocation on first use.
 constexpr int kMaxNesting = 2;
-thread_local int t_nesting = 0;
+int s_nesting = 0;
 
 struct NestingGuard {
-    NestingGuard() { ++t_nesting; }
-    ~NestingGuard() { --t_nesting; }
+    NestingGuard() { ++s_nesting; }
+    ~NestingGuard() { --s_nesting; }
 };
 
 } // namespace
@@ -255,7 +258,7 @@ void IPMIMapping::GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uin
                 const uint8_t disabledOffset = ed3 & 0x0F;
                 if (disabledType == 0x6F) {
                     TextAppend(out, size, "Sensor-specific Type. ");
-                    if (t_nesting < kMaxNesting) {
+                    if (s_nesting < kMaxNesting) {
                         GetSensorOffset(cb, sensorType, disabledOffset, 0, 0, eventType, out, size,
                                         sensorName, sensorNumber);
                     }

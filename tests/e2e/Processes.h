@@ -111,11 +111,15 @@ struct RunResult {
 // thread-local storage: with Debian 12's glibc the ASan runtime of GCC 12 at
 // times reads a bogus range for the dynamic TLS of the plug-in (opened with
 // dlopen) and crashes at exit ("Tracer caught signal 11"). Leaks are still
-// looked for; other builds ignore the variable.
+// looked for, with our suppression list of system libraries unless the caller
+// named one; other builds ignore the variable.
 inline RunResult runProgram(const std::vector<std::string>& argv, Env env = {}) {
-    const char* lsan = std::getenv("LSAN_OPTIONS");
-    env["LSAN_OPTIONS"] =
-        std::string(lsan && *lsan ? lsan : "") + ":use_tls=0:print_suppressions=0";
+    const char* lsanEnv = std::getenv("LSAN_OPTIONS");
+    std::string lsan = lsanEnv ? lsanEnv : "";
+    if (lsan.find("suppressions=") == std::string::npos) {
+        lsan += ":suppressions=" IPMISEL_SOURCE_DIR "/tests/sanitizer/lsan.supp";
+    }
+    env["LSAN_OPTIONS"] = lsan + ":use_tls=0:print_suppressions=0";
     env["TZ"] = "UTC";
     const std::string dir = test::makeTempDir("ipmisel-run");
     RunResult r;
