@@ -101,9 +101,9 @@ struct NodeContext {
     fdriIOHandle* io = nullptr;
     int32_t* recordOffset = nullptr;
     NodeObjects objects;
-    // This node's SEL records once read in this collection, for the auxiliary
-    // debug export, which needs them to date its entries.
-    bool selRead = false;
+    // This node's SEL records once the log-record collector has read them in
+    // this collection, for the auxiliary debug export, which dates its
+    // entries by them.
     std::vector<IPMISELEntry> selRecords;
 };
 
@@ -288,23 +288,14 @@ void CollectSEL(NodeContext& ctx) {
     Log(SevTrace, "Completed all collecting and exporting of SEL/SDR.");
 
     ctx.selRecords = std::move(records);
-    ctx.selRead = true;
 }
 
 void CollectAuxDebug(NodeContext& ctx) {
-    // The entries are dated by the SEL records they belong to. When the log
-    // records were not collected for this node in this collection, the SEL is
-    // read here (without the SDR walk, which dating does not need).
-    if (!ctx.selRead) {
-        IPMIRequestSEL& sel = *ctx.objects.sel;
-        uint32_t count = 0;
-        if (sel.IPMIGetSELInfo(count) == 0) {
-            ParseSEL(ctx, FetchSEL(sel, count), ctx.selRecords);
-        } else {
-            ctx.selRecords.clear();
-        }
-        ctx.selRead = true;
-    }
+    // The entries are dated by the SEL records they belong to, and only the
+    // log-record collector talks to the SEL and the SDR repository: the debug
+    // records use the records it left with the node in this collection. When
+    // it was not asked for, or is asked for later, there are none, and every
+    // debug entry is reported by the export as having no SEL record.
     std::unique_ptr<s_AuxLog_entry[]> auxSlots;
     uint32_t auxCount = 0;
     if (!ReadAuxLog(*ctx.objects.auxLog, auxSlots, auxCount)) {

@@ -301,13 +301,34 @@ TEST_F(DriverTest, GetSelInfoFailingTwiceAbandonsTheCollectionKeepingEarlierNode
 }
 
 TEST_F(DriverTest, AuxLogReadAndItsFailures) {
-    // Asked alone, the debug records read the SEL to date the entries, without the SDR walk.
-    const std::string aux = R"("auxlog": [{"recordId": 1}])";
-    auto bmcs = Use({Node(1, aux)});
-    EXPECT_EQ(Collect({"OXASG_VTXAuxDebugRecord"}), 0);
-    EXPECT_EQ(bmcs[0]->requestCount(0x0A, 0x40), 1u);
-    EXPECT_EQ(bmcs[0]->requestCount(0x0A, 0x23), 0u);
-    EXPECT_EQ(host.instancesOf("OXASG_VTXAuxDebugRecord").size(), 1u);
+    // Asked without the log records, the debug records send no SEL or SDR
+    // command: with no SEL record to date them by, each debug entry is
+    // reported and none is written. Asked after them, they use the SEL
+    // records already read; asked before, not yet read.
+    const std::string aux = R"("auxlog": [{"recordId": 1}, {"recordId": 2}])";
+    const struct {
+        std::vector<const char*> classes;
+        size_t debugInstances;
+        uint32_t selInfo;
+    } cases[] = {
+        {{"OXASG_VTXAuxDebugRecord"}, 0, 0},
+        {{"OXASG_VTXAuxDebugRecord", "OXASG_IPMIFRU"}, 0, 0},
+        {{"OXASG_VTXAuxDebugRecord", kLogRecord}, 0, 1},
+        {{kLogRecord, "OXASG_VTXAuxDebugRecord"}, 2, 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.classes.size() == 1 ? "alone" : c.classes[1]);
+        Reset();
+        auto bmcs = Use({Node(2, aux)});
+        EXPECT_EQ(Collect(c.classes), 0);
+        EXPECT_EQ(bmcs[0]->requestCount(0x0A, 0x40), c.selInfo);
+        EXPECT_EQ(bmcs[0]->requestCount(0x0A, 0x43), c.selInfo * 2);
+        for (uint8_t cmd : {0x20, 0x22, 0x23}) {
+            EXPECT_EQ(bmcs[0]->requestCount(0x0A, cmd), c.selInfo) << int(cmd);
+        }
+        EXPECT_EQ(host.instancesOf("OXASG_VTXAuxDebugRecord").size(), c.debugInstances);
+        EXPECT_EQ(host.countLog("No corresponding SEL Record found."), 2 - c.debugInstances);
+    }
 
     // A failing aux log costs only the extended data.
     const std::pair<std::string, const char*> failures[] = {
