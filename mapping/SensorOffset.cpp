@@ -2,11 +2,11 @@
 #include <cstring>
 #include <string>
 
+#include "base/log.h"
+#include "base/text.h"
 #include "mapping/IPMIMapping.h"
 #include "mapping/MessageFile.h"
 #include "mapping/OffsetIds.h"
-#include "base/log.h"
-#include "base/text.h"
 
 namespace ipmisel {
 
@@ -290,6 +290,9 @@ void IPMIMapping::GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uin
             } else if (offset == 3) {
                 fileText(row->base + offset, ": ");
                 if (ed1High == 3) {
+                    // Event data 2 names the log (bits 3:0: MCA, OEM 1, OEM
+                    // 2) and what happened in it (bits 7:4: entry added,
+                    // ..., log cleared, disabled, enabled).
                     // Both pieces are built in the same scratch text: a lookup
                     // that is skipped leaves the previous piece there, and it
                     // is appended once more. Logs read that way since the
@@ -426,8 +429,8 @@ std::vector<int32_t> UsedDataIds() {
     range(286, 1);  // memory module format
     range(300, 16); // firmware error codes
     range(320, 16); // firmware progress codes
-    range(385, 3);  // auxiliary log entry actions
-    range(412, 6);  // auxiliary log types
+    range(385, 3);  // auxiliary log types (event data 2 bits 3:0)
+    range(412, 6);  // what happened in the auxiliary log (bits 7:4)
     range(464, 13); // slot types
     range(510, 4);  // watchdog interrupt types
     range(515, 6);  // watchdog timer uses
