@@ -48,7 +48,6 @@ constexpr uint8_t kBMCAddress = 0x20;
 constexpr size_t kTemplateSize = 15;
 constexpr size_t kDataStart = 9;
 constexpr size_t kMaxData = kTemplateSize - kDataStart;
-constexpr int32_t kCapacity = 256;
 
 // The rendered text lives in 256 bytes: 255 characters and the terminator.
 constexpr size_t kTextSize = 256;
@@ -81,14 +80,16 @@ std::string ComposeIPMIError(const char* subject, const char* ccText) {
     return message;
 }
 
-void IPMIRequestFrame::Prepare(uint8_t netFnIn, uint8_t cmdIn, const uint8_t* data, uint8_t count) {
+template <size_t Capacity>
+void BasicRequestFrame<Capacity>::Prepare(uint8_t netFnIn, uint8_t cmdIn, const uint8_t* data,
+                                          uint8_t count) {
     if (count > kMaxData) {
         count = kMaxData;
     }
     if (data == nullptr) {
         count = 0;
     }
-    length_ = kCapacity;
+    length_ = static_cast<int32_t>(Capacity);
     netFn = netFnIn;
     lun = 0;
     cmd = cmdIn;
@@ -107,29 +108,33 @@ void IPMIRequestFrame::Prepare(uint8_t netFnIn, uint8_t cmdIn, const uint8_t* da
     std::memcpy(transfer, reqTemplate, kTemplateSize);
 }
 
-void IPMIRequestFrame::LogRequest() const {
-    Log(SevTrace, "Contents of buffer to send (rspBuf):");
+template <size_t Capacity>
+void BasicRequestFrame<Capacity>::LogRequest(const char* heading, bool hex) const {
+    Log(SevTrace, heading);
     char line[128] = "";
     for (size_t i = 0; i < kTemplateSize; ++i) {
         if (i == 0 || i == 5 || i == 10) {
             TextAppend(line, sizeof line, "\n\t");
         }
-        TextAppendF(line, sizeof line, "%u ", static_cast<unsigned>(transfer[i]));
+        TextAppendF(line, sizeof line, hex ? "%02X " : "%u ", static_cast<unsigned>(transfer[i]));
     }
     Log(SevTrace, line);
 }
 
-bool IPMIRequestFrame::Send() {
-    length_ = kCapacity;
+template <size_t Capacity> bool BasicRequestFrame<Capacity>::Send() {
+    length_ = static_cast<int32_t>(Capacity);
     if (library_ == nullptr) {
         return false;
     }
-    return library_->sendIPMICommand(transfer, &length_, kCapacity, true);
+    return library_->sendIPMICommand(transfer, &length_, static_cast<int32_t>(Capacity), true);
 }
 
-std::string IPMIRequestFrame::ResponseText() const {
+template <size_t Capacity> std::string BasicRequestFrame<Capacity>::ResponseText() const {
     return RenderResponse(transfer, sizeof transfer, length_);
 }
+
+template class BasicRequestFrame<256>;
+template class BasicRequestFrame<312>;
 
 std::string RenderResponseFrom(const uint8_t* buf, size_t capacity, size_t first, int32_t length) {
     char text[kTextSize] = "";

@@ -4,6 +4,7 @@
 // slots keep and the record parsers read.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -23,23 +24,32 @@ const char* SELCompletionCodeText(uint8_t cc);
 // "IPMI error in obtaining " + subject + ": " + text.
 std::string ComposeIPMIError(const char* subject, const char* ccText);
 
-class IPMIRequestFrame {
+// The frame every request class embeds. Most requests travel in a 256-byte
+// buffer; the FRU locator requests use 312 bytes. Both sizes share this one
+// implementation (instantiated in IPMIRequestFrame.cpp).
+template <size_t Capacity> class BasicRequestFrame {
   public:
+    static constexpr size_t kCapacity = Capacity;
+
     uint8_t netFn = 0;
     uint8_t lun = 0;
     uint8_t cmd = 0;
     uint8_t unused = 0;
     uint8_t reqTemplate[15] = {};
-    uint8_t transfer[256] = {};
+    uint8_t transfer[Capacity] = {};
 
-    explicit IPMIRequestFrame(NOXAQSV20::SPLibrary* library) : library_(library) {}
+    explicit BasicRequestFrame(NOXAQSV20::SPLibrary* library) : library_(library) {}
 
     // Fill the template (01 20 netfn 00 cmd n 00 00 00 data...) for up to six
-    // data bytes, copy it into the transfer buffer and set length to 256.
+    // data bytes, copy it into the transfer buffer and set length to the
+    // capacity.
     void Prepare(uint8_t netFn, uint8_t cmd, const uint8_t* data, uint8_t count);
     // "Contents of buffer to send (rspBuf):" and the 15 bytes in decimal, with
     // "\n\t" in front of bytes 0, 5 and 10 (severity 4).
-    void LogRequest() const;
+    void LogRequest() const { LogRequest("Contents of buffer to send (rspBuf):", false); }
+    // The same with another heading, the bytes in decimal ("%u ") or in
+    // hexadecimal ("%02X ").
+    void LogRequest(const char* heading, bool hex) const;
     // Hand the transfer buffer to the library. False when it could not be sent
     // (or there is no library).
     bool Send();
@@ -52,9 +62,14 @@ class IPMIRequestFrame {
     NOXAQSV20::SPLibrary* Library() const { return library_; }
 
   protected:
-    int32_t length_ = 256;
+    int32_t length_ = static_cast<int32_t>(Capacity);
     NOXAQSV20::SPLibrary* library_;
 };
+
+extern template class BasicRequestFrame<256>;
+extern template class BasicRequestFrame<312>;
+
+using IPMIRequestFrame = BasicRequestFrame<256>;
 
 // Rendering used by every request class: "%02X " per byte of buf[8 .. 8 + length]
 // (clamped to the buffer's capacity), cut at 255 characters, then "\n" under
