@@ -5,9 +5,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "mapping/MessageFile.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "mapping/MessageFile.h"
 
 namespace ipmisel {
 

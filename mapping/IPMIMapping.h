@@ -35,7 +35,7 @@ class IPMIMapping {
     // Event/reading types 02h..0Ch; appends to out. 0 when a text was written.
     int GetGenericOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t ed2, uint8_t ed3,
                          uint8_t eventType, uint8_t sensorType, uint8_t sensorNumber, char* out,
-                         uint32_t size);
+                         uint32_t size, const std::string& sensorName = std::string());
 
     // OEM records; each appends to out and returns 0 when it decoded the record.
     int GetOEMxC0(TCPluginCallbacks* cb, uint8_t b7, uint8_t b8, uint8_t b9, uint8_t b10,
@@ -46,6 +46,13 @@ class IPMIMapping {
     int GetOEMxE0(TCPluginCallbacks* cb, const uint8_t (&bytes)[10], char* out, uint32_t size);
     // Record bytes 3..15.
     int GetOEMxE1(TCPluginCallbacks* cb, const uint8_t (&bytes)[13], char* out, uint32_t size);
+
+  private:
+    // A site's own text for the OEM code in event data 2 (byte 2) or 3
+    // (byte 3), keyed "<sensor name>-<type>-<number>-<byte>-<value>" with the
+    // numbers in decimal; what GetINIString returns for that key.
+    int GetOEMCodeString(TCPluginCallbacks* cb, const std::string& sensorName, uint8_t sensorType,
+                         uint8_t sensorNumber, int byte, uint8_t value, char* out, int32_t size);
 };
 
 } // namespace ipmisel

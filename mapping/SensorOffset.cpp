@@ -271,7 +271,7 @@ void IPMIMapping::GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uin
                     }
                     TextAppendF(out, size, "%s - ", text);
                     GetGenericOffset(cb, disabledOffset, 0, 0, disabledType, sensorType,
-                                     sensorNumber, out, size);
+                                     sensorNumber, out, size, sensorName);
                 }
             } else if (offset == 2 || offset == 3) {
                 fileText(row->base + offset, ". ");
@@ -365,8 +365,6 @@ void IPMIMapping::GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uin
     if (eventType == 0x6F || (eventType >= 0x03 && eventType <= 0x0B)) {
         // These appends never use more than 256 bytes of the output.
         const uint32_t oemSize = size < 256 ? size : 256;
-        std::string prefix = sensorName + "-" + std::to_string(sensorType) + "-" +
-                             std::to_string(sensorNumber) + "-";
         if (ed1High == 2) {
             if ((ed2 >> 4) < 9) {
                 if (GetINIStringById(cb, 170 + (ed2 >> 4), text, sizeof text) != 0) {
@@ -375,16 +373,16 @@ void IPMIMapping::GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uin
                 TextAppend(text, sizeof text, ". ");
                 TextAppend(out, oemSize, text);
             }
-            std::string key = prefix + "2-" + std::to_string(ed2 & 0x0F);
-            if (GetINIString(cb, key, text, sizeof text) != 0) {
+            if (GetOEMCodeString(cb, sensorName, sensorType, sensorNumber, 2, ed2 & 0x0F, text,
+                                 sizeof text) != 0) {
                 Log(SevError, "Error in obtaining OEM string for Byte 2.");
             }
             TextAppend(text, sizeof text, ". ");
             TextAppend(out, oemSize, text);
         }
         if (ed1Mid == 2) {
-            std::string key = prefix + "3-" + std::to_string(ed3);
-            if (GetINIString(cb, key, text, sizeof text) != 0) {
+            if (GetOEMCodeString(cb, sensorName, sensorType, sensorNumber, 3, ed3, text,
+                                 sizeof text) != 0) {
                 Log(SevError, "Error in obtaining OEM string for Byte 3.");
             }
             TextAppend(text, sizeof text, ". ");
@@ -392,6 +390,15 @@ void IPMIMapping::GetSensorOffset(TCPluginCallbacks* cb, uint8_t sensorType, uin
         }
     }
     Log(SevTrace, "IPMIMapping::GetSensorOffset() function completed.");
+}
+
+int IPMIMapping::GetOEMCodeString(TCPluginCallbacks* cb, const std::string& sensorName,
+                                  uint8_t sensorType, uint8_t sensorNumber, int byte, uint8_t value,
+                                  char* out, int32_t size) {
+    const std::string key = sensorName + "-" + std::to_string(sensorType) + "-" +
+                            std::to_string(sensorNumber) + "-" + std::to_string(byte) + "-" +
+                            std::to_string(value);
+    return GetINIString(cb, key, out, size);
 }
 
 } // namespace ipmisel

@@ -215,6 +215,28 @@ TEST(DecodeOtherFiles, OemBytesByKey) {
     EXPECT_EQ(Offset(site, 0x07, 0x8F, 0x95, 0x00, "CPU9"), ". ");
     EXPECT_FALSE(site.capture.logContains("severity string"));
     EXPECT_TRUE(site.capture.hasLog(SevError, "Error in obtaining OEM string for Byte 2."));
+    // Generic types 03h..0Bh read the OEM bytes by the same keys; without a
+    // site text, and for 02h and 0Ch, the code itself is shown.
+    const struct {
+        uint8_t type;
+        const char* name;
+        std::string text;
+    } generic[] = {
+        {0x03, "CPU1",
+         site.text(131) + ". " + site.text(172) + ". Site text three. Byte three one. "},
+        {0x0B, "CPU1",
+         site.text(211) + ". " + site.text(172) + ". Site text three. Byte three one. "},
+        {0x03, "CPU9", site.text(131) + ". " + site.text(172) + ". OEM code 23. OEM code 01. "},
+        {0x02, "CPU1", site.text(121) + ". OEM code 23. OEM code 01. "},
+        {0x0C, "CPU1", site.text(221) + ". OEM code 23. OEM code 01. "},
+    };
+    for (const auto& g : generic) {
+        char out[256] = {};
+        EXPECT_EQ(site.mapping.GetGenericOffset(site.cb(), 0xA1, 0x23, 0x01, g.type, 0x07, 0x30,
+                                                out, sizeof out, g.name),
+                  0);
+        EXPECT_EQ(std::string(out), g.text) << int(g.type) << g.name;
+    }
     // A severity whose text the file lacks has its own line.
     MappingHost bare("250=Internal error\n");
     EXPECT_EQ(Offset(bare, 0x07, 0x80, 0x20), "Internal error. . . ");
@@ -232,7 +254,6 @@ TEST_F(Decode, GenericOffsets) {
         {0x0C, 0x03, 0, 0, 0, T(223) + ". "},
         {0x0B, 0x51, 0x60, 0, 0,
          T(211) + ". " + T(525) + ": " + T(210) + ". " + T(526) + ": " + T(176) + ". "},
-        {0x08, 0xA1, 0x12, 0x34, 0, T(181) + ". OEM code 12. OEM code 34. "},
         {0x02, 0x03, 0, 0, 1, T(531) + ": 3. "},
         {0x01, 0x00, 0, 0, 1, ""},
         {0x0D, 0x00, 0, 0, 1, ""},
