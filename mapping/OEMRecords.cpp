@@ -3,11 +3,11 @@
 #include <cstring>
 #include <string>
 
+#include "base/log.h"
+#include "base/text.h"
 #include "mapping/IPMIMapping.h"
 #include "mapping/MappingConfig.h"
 #include "mapping/OffsetIds.h"
-#include "base/log.h"
-#include "base/text.h"
 
 namespace ipmisel {
 
@@ -97,20 +97,27 @@ const char* const kPostClasses[] = {
 
 // ---- E0h and E1h: label/value fields -----------------------------------------
 
+// The record byte each byte a decoder receives comes from. The E0h hand-over
+// leaves bytes 12-14 out, so its last byte (15) does not follow byte 11: a
+// number is only ever built from bytes that are neighbours in the record.
+const uint8_t kPostRecordBytes[10] = {3, 4, 5, 6, 7, 8, 9, 10, 11, 15};
+const uint8_t kSmiRecordBytes[13] = {3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+// Bytes 3-5 hold the event identifier and byte 6 the type; fields start here.
+constexpr size_t kFirstFieldIndex = 4;
+
 enum class FieldKind : uint8_t {
     Dec,       // one byte, decimal
     Device,    // bits 7:3 of a device/function byte
     Function,  // bits 2:0
-    Hex16,     // two bytes, least significant first
-    Hex32,     // four bytes, least significant first
+    Hex,       // bytes first..last, least significant first, hexadecimal
     Kind,      // one byte choosing a text at id + value, below limit
     LinkState, // scalability link state
-    Raw,       // every byte from here to the end, in hexadecimal
 };
 
 struct Field {
     FieldKind kind;
-    uint8_t at;    // index into the bytes the decoder received
+    uint8_t first; // record bytes the field is read from
+    uint8_t last;
     int16_t id;    // label id, or first text id for Kind
     uint8_t limit; // Kind: number of texts
 };
@@ -121,34 +128,35 @@ struct Layout {
     size_t count;
 };
 
+// Every layout reads record bytes 7 to 11 only, which both records carry in
+// one piece; the bytes after them are shown as they are.
 // PCI(e) device: bus, device, function, status register, error kind.
 const Field kPciFields[] = {
-    {FieldKind::Dec, 4, ids::kBus, 0},
-    {FieldKind::Device, 5, ids::kDevice, 0},
-    {FieldKind::Function, 5, ids::kFunction, 0},
-    {FieldKind::Hex16, 6, ids::kStatus, 0},
-    {FieldKind::Kind, 8, ids::kErrorKindBase, 3},
+    {FieldKind::Dec, 7, 7, ids::kBus, 0},
+    {FieldKind::Device, 8, 8, ids::kDevice, 0},
+    {FieldKind::Function, 8, 8, ids::kFunction, 0},
+    {FieldKind::Hex, 9, 10, ids::kStatus, 0},
+    {FieldKind::Kind, 11, 11, ids::kErrorKindBase, 3},
 };
-// Processor: socket, machine-check bank, low 32 bits of the bank status.
+// Processor: socket, machine-check bank, low 24 bits of the bank status.
 const Field kProcessorFields[] = {
-    {FieldKind::Dec, 4, ids::kProcessor, 0},
-    {FieldKind::Dec, 5, ids::kBank, 0},
-    {FieldKind::Hex32, 6, ids::kStatus, 0},
+    {FieldKind::Dec, 7, 7, ids::kProcessor, 0},
+    {FieldKind::Dec, 8, 8, ids::kBank, 0},
+    {FieldKind::Hex, 9, 11, ids::kStatus, 0},
 };
 // Memory: DIMM, rank, single- or multi-bit, ECC syndrome.
 const Field kMemoryFields[] = {
-    {FieldKind::Dec, 4, ids::kDimm, 0},
-    {FieldKind::Dec, 5, ids::kRank, 0},
-    {FieldKind::Kind, 6, ids::kErrorKindBase + 3, 2},
-    {FieldKind::Hex16, 7, ids::kSyndrome, 0},
+    {FieldKind::Dec, 7, 7, ids::kDimm, 0},
+    {FieldKind::Dec, 8, 8, ids::kRank, 0},
+    {FieldKind::Kind, 9, 9, ids::kErrorKindBase + 3, 2},
+    {FieldKind::Hex, 10, 11, ids::kSyndrome, 0},
 };
 // Scalability link: chassis, port, link state.
 const Field kLinkFields[] = {
-    {FieldKind::Dec, 4, ids::kChassis, 0},
-    {FieldKind::Dec, 5, ids::kPort, 0},
-    {FieldKind::LinkState, 6, ids::kLinkState, 0},
+    {FieldKind::Dec, 7, 7, ids::kChassis, 0},
+    {FieldKind::Dec, 8, 8, ids::kPort, 0},
+    {FieldKind::LinkState, 9, 9, ids::kLinkState, 0},
 };
-const Field kRawFields[] = {{FieldKind::Raw, 4, ids::kData, 0}};
 
 // E0h follows a C0h record; its class is C0h's byte 10 (0 PCI, 1 processor,
 // 2 memory).
@@ -166,45 +174,72 @@ const Layout kSmiLayouts[] = {
     {3, kLinkFields, std::size(kLinkFields)},
 };
 
-// Builds the text of one non-time-stamped record. Returns 0 when every text
-// was found in the message file.
-int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const uint8_t* bytes, size_t count,
-               int32_t titleId, int32_t typeBase, uint8_t typeCount, const Layout* layouts,
-               size_t layoutCount, char* out, uint32_t size) {
-    int result = 0;
+struct DetailRecord {
+    const uint8_t* bytes;       // as received
+    const uint8_t* recordBytes; // where each came from
+    size_t count;
+    int32_t titleId;
+    int32_t typeBase;
+    uint8_t typeCount;
+    const Layout* layouts;
+    size_t layoutCount;
+};
+
+// Builds the text of one non-time-stamped record and appends it to out. A
+// text the message file lacks leaves a gap (and a log line); the numbers are
+// still written. Returns 0 when text was appended, 1 when out had no room.
+int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& r, char* out,
+               uint32_t size) {
     char word[256];
     auto lookup = [&](int32_t id) -> const char* {
         if (mapping.GetINIStringById(cb, id, word, sizeof word) != 0) {
             Log(SevError, "Error in obtaining string.");
-            result = 1;
         }
         return word;
     };
+    // Index of a record byte among those received, when it was received.
+    auto indexOf = [&](uint8_t recordByte) -> size_t {
+        for (size_t i = 0; i < r.count; ++i) {
+            if (r.recordBytes[i] == recordByte) {
+                return i;
+            }
+        }
+        return r.count;
+    };
 
     char text[512] = {};
-    TextAppendF(text, sizeof text, "%s: ", lookup(titleId));
-    const uint8_t type = bytes[3];
-    if (type < typeCount) {
-        TextAppendF(text, sizeof text, "%s. ", lookup(typeBase + type));
+    TextAppendF(text, sizeof text, "%s: ", lookup(r.titleId));
+    const uint8_t type = r.bytes[3];
+    if (type < r.typeCount) {
+        TextAppendF(text, sizeof text, "%s. ", lookup(r.typeBase + type));
     }
     // Part 1 of the event whose part 0 is the time-stamped record before it;
     // the identifier ties the two together.
     TextAppendF(text, sizeof text, "%s 1. ", lookup(ids::kRecordPart));
     TextAppendF(text, sizeof text, "%s %u. ", lookup(ids::kEventIdentifier),
-                number24(bytes[0], bytes[1], bytes[2]));
+                number24(r.bytes[0], r.bytes[1], r.bytes[2]));
 
-    const Field* fields = kRawFields;
-    size_t fieldCount = std::size(kRawFields);
-    for (size_t i = 0; i < layoutCount; ++i) {
-        if (layouts[i].type == type) {
-            fields = layouts[i].fields;
-            fieldCount = layouts[i].count;
+    const Field* fields = nullptr;
+    size_t fieldCount = 0;
+    for (size_t i = 0; i < r.layoutCount; ++i) {
+        if (r.layouts[i].type == type) {
+            fields = r.layouts[i].fields;
+            fieldCount = r.layouts[i].count;
         }
     }
+    bool shown[16] = {};
+    const char* separator = "";
     for (size_t i = 0; i < fieldCount; ++i) {
         const Field& f = fields[i];
-        TextAppend(text, sizeof text, i == 0 ? "" : ", ");
-        const uint8_t v = bytes[f.at];
+        const size_t at = indexOf(f.first);
+        const size_t n = static_cast<size_t>(f.last - f.first) + 1;
+        // A field is read only when all its bytes arrived side by side.
+        if (at + n > r.count || r.recordBytes[at + n - 1] != f.last) {
+            continue;
+        }
+        TextAppend(text, sizeof text, separator);
+        separator = ", ";
+        const uint8_t v = r.bytes[at];
         switch (f.kind) {
         case FieldKind::Dec:
             TextAppendF(text, sizeof text, "%s %u", lookup(f.id), v);
@@ -215,16 +250,15 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const uint8_t* bytes
         case FieldKind::Function:
             TextAppendF(text, sizeof text, "%s %u", lookup(f.id), v & 0x07u);
             break;
-        case FieldKind::Hex16:
-            TextAppendF(text, sizeof text, "%s %04Xh", lookup(f.id),
-                        static_cast<unsigned>(v | bytes[f.at + 1] << 8));
+        case FieldKind::Hex: {
+            uint32_t value = 0;
+            for (size_t j = n; j-- > 0;) {
+                value = value << 8 | r.bytes[at + j];
+            }
+            TextAppendF(text, sizeof text, "%s %0*Xh", lookup(f.id), static_cast<int>(2 * n),
+                        value);
             break;
-        case FieldKind::Hex32:
-            TextAppendF(text, sizeof text, "%s %08Xh", lookup(f.id),
-                        static_cast<unsigned>(v) | static_cast<unsigned>(bytes[f.at + 1]) << 8 |
-                            static_cast<unsigned>(bytes[f.at + 2]) << 16 |
-                            static_cast<unsigned>(bytes[f.at + 3]) << 24);
-            break;
+        }
         case FieldKind::Kind:
             if (v < f.limit) {
                 TextAppend(text, sizeof text, lookup(f.id + v));
@@ -241,18 +275,48 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const uint8_t* bytes
                 TextAppendF(text, sizeof text, "%s %u", lookup(f.id), v);
             }
             break;
-        case FieldKind::Raw: {
-            TextAppend(text, sizeof text, lookup(f.id));
-            for (size_t j = f.at; j < count; ++j) {
-                TextAppendF(text, sizeof text, " %02X", bytes[j]);
-            }
-            break;
         }
+        for (size_t j = 0; j < n; ++j) {
+            shown[at + j] = true;
+        }
+    }
+
+    // Every byte no field took, in runs of neighbouring record bytes, each run
+    // named by its record byte numbers: "Data bytes 7-11: A7 A8 A9 AA AB,
+    // byte 15: AF".
+    bool first = true;
+    for (size_t i = kFirstFieldIndex; i < r.count;) {
+        if (shown[i]) {
+            ++i;
+            continue;
+        }
+        size_t end = i + 1;
+        while (end < r.count && !shown[end] && r.recordBytes[end] == r.recordBytes[end - 1] + 1) {
+            ++end;
+        }
+        TextAppend(text, sizeof text, separator);
+        separator = ", ";
+        if (first) {
+            TextAppendF(text, sizeof text, "%s ", lookup(ids::kData));
+            first = false;
+        }
+        if (end - i == 1) {
+            TextAppendF(text, sizeof text, "%s %u:", lookup(ids::kByte), r.recordBytes[i]);
+        } else {
+            TextAppendF(text, sizeof text, "%s %u-%u:", lookup(ids::kBytes), r.recordBytes[i],
+                        r.recordBytes[end - 1]);
+        }
+        for (; i < end; ++i) {
+            TextAppendF(text, sizeof text, " %02X", r.bytes[i]);
         }
     }
     TextAppend(text, sizeof text, ". ");
-    TextAppend(out, size, text);
-    return result;
+
+    const size_t before = out == nullptr ? 0 : TextLength(out, size);
+    if (out != nullptr) {
+        TextAppend(out, size, text);
+    }
+    return out != nullptr && TextLength(out, size) > before ? 0 : 1;
 }
 
 } // namespace
@@ -335,9 +399,10 @@ int IPMIMapping::GetOEMxC1(TCPluginCallbacks* cb, uint8_t b7, uint8_t b8, uint8_
 int IPMIMapping::GetOEMxE0(TCPluginCallbacks* cb, const uint8_t (&bytes)[10], char* out,
                            uint32_t size) {
     Log(SevTrace, "IPMIMapping::GetOEMxE0() function entered.");
-    int result =
-        detailText(*this, cb, bytes, std::size(bytes), ids::kPostDetailTitle, ids::kPostTypeBase, 7,
-                   kPostLayouts, std::size(kPostLayouts), out, size);
+    const DetailRecord record{
+        bytes, kPostRecordBytes, std::size(bytes),       ids::kPostDetailTitle, ids::kPostTypeBase,
+        7,     kPostLayouts,     std::size(kPostLayouts)};
+    int result = detailText(*this, cb, record, out, size);
     Log(SevTrace, "IPMIMapping::GetOEMxE0() function completed.");
     return result;
 }
@@ -345,8 +410,10 @@ int IPMIMapping::GetOEMxE0(TCPluginCallbacks* cb, const uint8_t (&bytes)[10], ch
 int IPMIMapping::GetOEMxE1(TCPluginCallbacks* cb, const uint8_t (&bytes)[13], char* out,
                            uint32_t size) {
     Log(SevTrace, "IPMIMapping::GetOEMxE1() function entered.");
-    int result = detailText(*this, cb, bytes, std::size(bytes), ids::kSmiDetailTitle,
-                            ids::kSmiTypeBase, 6, kSmiLayouts, std::size(kSmiLayouts), out, size);
+    const DetailRecord record{
+        bytes, kSmiRecordBytes, std::size(bytes),      ids::kSmiDetailTitle, ids::kSmiTypeBase,
+        6,     kSmiLayouts,     std::size(kSmiLayouts)};
+    int result = detailText(*this, cb, record, out, size);
     Log(SevTrace, "IPMIMapping::GetOEMxE1() function completed.");
     return result;
 }

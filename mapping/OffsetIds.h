@@ -43,7 +43,7 @@ inline constexpr int32_t kLinkDown = 144;
 inline constexpr int32_t kLinkInvalidNode = 145;
 inline constexpr int32_t kLinkState = 146;
 
-// E0h: 870 + n.
+// E0h and E1h: 870 + n.
 inline constexpr int32_t kPostDetailTitle = 870;
 inline constexpr int32_t kBus = 871;
 inline constexpr int32_t kDevice = 872;
@@ -58,6 +58,10 @@ inline constexpr int32_t kData = 880;
 inline constexpr int32_t kErrorKindBase = 881; // + kind, kErrorKindCount of them
 inline constexpr uint8_t kErrorKindCount = 5;  // SERR, PERR, uncorrectable, single, multi
 inline constexpr int32_t kErrorKindUnknown = 886;
+// Bytes no field takes are shown as "<kData> <kByte> 15: AF" or
+// "<kData> <kBytes> 7-11: A7 A8 A9 AA AB".
+inline constexpr int32_t kByte = 887;
+inline constexpr int32_t kBytes = 888;
 
 // Every numeric data id some decoder of this subsystem may ask the message
 // file for (the OEM byte keys excepted), for checking a message file.

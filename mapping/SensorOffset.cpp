@@ -446,8 +446,8 @@ std::vector<int32_t> UsedDataIds() {
     range(650, 13); // event/reading type names
     range(721, 7);  // rate units
     range(730, 93); // unit types 0..92
-    range(kPostDetailTitle, kErrorKindUnknown - kPostDetailTitle + 1); // E0h
-    range(1000, 0x29);                                                 // entity names
+    range(kPostDetailTitle, kBytes - kPostDetailTitle + 1); // E0h and E1h
+    range(1000, 0x29);                                      // entity names
     return used;
 }
 

@@ -295,18 +295,78 @@ TEST_F(Decode, SmiAndRecordsWithoutTimeStamp) {
     const std::string head3 = T(132) + ": " + T(136) + ". " + T(123) + " 0. " + T(124) + " 16. ";
     EXPECT_EQ(c1(3, 9, 4), head3 + ". ");
     EXPECT_EQ(c1(3, 8, 0), head3 + ". Chassis Number 8. Scalability Link Down. ");
+}
 
-    const uint8_t pci[10] = {0x01, 0x02, 0x00, 0, 3, 0x0A, 0x10, 0x80, 1, 0};
-    const uint8_t mem[13] = {0, 0, 0, 0, 4, 1, 7, 0x34, 0x12, 0, 0, 0, 0};
-    char out[2][512] = {};
-    EXPECT_EQ(h.mapping.GetOEMxE0(h.cb(), pci, out[0], 512), 0);
-    EXPECT_EQ(h.mapping.GetOEMxE1(h.cb(), mem, out[1], 512), 0);
-    EXPECT_EQ(std::string(out[0]), T(870) + ": " + T(113) + ". " + T(123) + " 1. " + T(124) +
-                                       " 513. " + T(871) + " 3, " + T(872) + " 1, " + T(873) +
-                                       " 2, " + T(874) + " 8010h, " + T(882) + ". ");
-    EXPECT_EQ(std::string(out[1]), T(139) + ": " + T(133) + ". " + T(123) + " 1. " + T(124) +
-                                       " 0. " + T(877) + " 4, " + T(878) + " 1, " + T(886) +
-                                       " 7, " + T(879) + " 1234h. ");
+// E0h gets record bytes 3-11 and 15, E1h bytes 3-15: numbers are built only
+// from neighbouring record bytes, and every byte a layout does not name is
+// shown with its record byte number.
+TEST_F(Decode, RecordsWithoutTimeStampShowEveryByte) {
+    auto e0 = [&](const uint8_t(&b)[10]) {
+        char out[512] = {};
+        EXPECT_EQ(h.mapping.GetOEMxE0(h.cb(), b, out, sizeof out), 0);
+        return std::string(out);
+    };
+    auto e1 = [&](const uint8_t(&b)[13]) {
+        char out[512] = {};
+        EXPECT_EQ(h.mapping.GetOEMxE1(h.cb(), b, out, sizeof out), 0);
+        return std::string(out);
+    };
+    const std::string part = T(123) + " 1. " + T(124);
+    const std::string post = T(870) + ": ", smi = T(139) + ": ", data = ", " + T(880) + " ";
+    const std::pair<std::string, std::string> cases[] = {
+        // PCI: bus, device and function from one byte, status 9-10, kind 11.
+        {e0({0x01, 0x02, 0x00, 0, 3, 0x0A, 0x10, 0x80, 1, 0xAF}),
+         post + T(113) + ". " + part + " 513. " + T(871) + " 3, " + T(872) + " 1, " + T(873) +
+             " 2, " + T(874) + " 8010h, " + T(882) + data + T(887) + " 15: AF. "},
+        // Processor status is bytes 9-11, never joined with byte 15.
+        {e0({0, 0, 0, 1, 2, 5, 0x11, 0x22, 0x33, 0x44}),
+         post + T(114) + ". " + part + " 0. " + T(875) + " 2, " + T(876) + " 5, " + T(874) +
+             " 332211h" + data + T(887) + " 15: 44. "},
+        // A class without a layout: bytes 7-11 and 15 as the two runs they are.
+        {e0({0, 0, 0, 5, 0xA7, 0xA8, 0xA9, 0xAA, 0xAB, 0xAF}),
+         post + T(118) + ". " + part + " 0. " + T(880) + " " + T(888) + " 7-11: A7 A8 A9 AA AB, " +
+             T(887) + " 15: AF. "},
+        {e0({0xFF, 0xFF, 0xFF, 7, 0, 0, 0, 0, 0, 0}), post + part + " 16777215. " + T(880) + " " +
+                                                          T(888) + " 7-11: 00 00 00 00 00, " +
+                                                          T(887) + " 15: 00. "},
+        // Memory: kind 9, syndrome 10-11; bytes 12-15 follow.
+        {e1({0, 0, 0, 0, 4, 1, 7, 0x34, 0x12, 0xC1, 0xC2, 0xC3, 0xC4}),
+         smi + T(133) + ". " + part + " 0. " + T(877) + " 4, " + T(878) + " 1, " + T(886) + " 7, " +
+             T(879) + " 1234h" + data + T(888) + " 12-15: C1 C2 C3 C4. "},
+        {e1({0, 0, 0, 0, 4, 1, 1, 0x34, 0x12, 0, 0, 0, 0}),
+         smi + T(133) + ". " + part + " 0. " + T(877) + " 4, " + T(878) + " 1, " + T(885) + ", " +
+             T(879) + " 1234h" + data + T(888) + " 12-15: 00 00 00 00. "},
+        {e1({0, 0, 0, 2, 3, 0x0A, 0x10, 0x80, 3, 0xC1, 0xC2, 0xC3, 0xC4}),
+         smi + T(135) + ". " + part + " 0. " + T(871) + " 3, " + T(872) + " 1, " + T(873) + " 2, " +
+             T(874) + " 8010h, " + T(886) + " 3" + data + T(888) + " 12-15: C1 C2 C3 C4. "},
+        // Scalability link: state 0 down, 1-3 invalid node, others by number.
+        {e1({0, 0, 0, 3, 2, 1, 0, 0xB0, 0xB1, 0xB2, 0xB3, 0xB4, 0xB5}),
+         smi + T(136) + ". " + part + " 0. " + T(142) + " 2, " + T(143) + " 1, " + T(144) + data +
+             T(888) + " 10-15: B0 B1 B2 B3 B4 B5. "},
+        {e1({0, 0, 0, 3, 2, 1, 3, 0, 0, 0, 0, 0, 0}), smi + T(136) + ". " + part + " 0. " + T(142) +
+                                                          " 2, " + T(143) + " 1, " + T(145) + data +
+                                                          T(888) + " 10-15: 00 00 00 00 00 00. "},
+        {e1({0, 0, 0, 3, 2, 1, 4, 0, 0, 0, 0, 0, 0}),
+         smi + T(136) + ". " + part + " 0. " + T(142) + " 2, " + T(143) + " 1, " + T(146) + " 4" +
+             data + T(888) + " 10-15: 00 00 00 00 00 00. "},
+        {e1({0, 0, 0, 6, 1, 2, 3, 4, 5, 6, 7, 8, 0xF9}),
+         smi + part + " 0. " + T(880) + " " + T(888) + " 7-15: 01 02 03 04 05 06 07 08 F9. "},
+    };
+    for (const auto& [text, expected] : cases) {
+        EXPECT_EQ(text, expected) << &text - &cases[0].first;
+    }
+}
+
+TEST(DecodeOtherFiles, RecordsWithoutTimeStampKeepGapsForMissingTexts) {
+    MappingHost bare("870=POST\n871=Bus\n");
+    const uint8_t pci[10] = {0x01, 0x02, 0x00, 0, 3, 0x0A, 0x10, 0x80, 1, 0xAF};
+    char out[512] = {};
+    EXPECT_EQ(bare.mapping.GetOEMxE0(bare.cb(), pci, out, sizeof out), 0);
+    EXPECT_STREQ(out, "POST: .  1.  513. Bus 3,  1,  2,  8010h, ,   15: AF. ");
+    EXPECT_TRUE(bare.capture.hasLog(SevError, "Error in obtaining string."));
+    // Nothing can be written into no room.
+    const uint8_t e1[13] = {};
+    EXPECT_NE(bare.mapping.GetOEMxE1(bare.cb(), e1, out, 0), 0);
 }
 
 } // namespace
