@@ -113,6 +113,15 @@ int realBmcConfig(const Options& options, const ErrorLine& fail, NodeErrors& err
             }
         } else if (const char* p = std::getenv(kPasswordVariable)) {
             base.password = p;
+        } else {
+            // Said now rather than left to the BMC: without a password the
+            // login fails after a network round trip, with words that do not
+            // say a password was missing. An empty file or variable still
+            // gives the null password some accounts have.
+            return fail(kExitUsage, "no password given: --host needs --password-file FILE or the " +
+                                        std::string(kPasswordVariable) +
+                                        " environment variable (an empty one for a user without "
+                                        "a password)");
         }
         base.cipherSuite = static_cast<uint8_t>(options.cipherSuite.value_or(3));
         base.privilege = *freeipmi::privilegeLevel(options.privilege.value_or("admin"));

@@ -199,9 +199,6 @@ const std::map<std::string, OptionRule>& optionRules() {
         {"--workaround",
          {true,
           [](Options& o, const std::string& v) {
-              if (v.empty()) {
-                  return std::string("--workaround needs a name");
-              }
               o.workarounds.push_back(v);
               return std::string();
           }}},
@@ -330,12 +327,20 @@ ParsedOptions parseOptions(const std::vector<std::string>& args) {
         const OptionRule& rule = it->second;
         std::string value;
         if (rule.takesValue) {
+            // A forgotten value must not swallow the next option: "--host
+            // --format jsonl" would otherwise take "--format" as the host and
+            // then complain about "jsonl". A value that does start with "--"
+            // can still be given as --name=VALUE.
+            const bool nextIsOption = i + 1 < args.size() && args[i + 1].starts_with("--");
             if (inlineValue) {
                 value = *inlineValue;
-            } else if (i + 1 < args.size()) {
+            } else if (i + 1 < args.size() && !nextIsOption) {
                 value = args[++i];
-            } else {
-                parsed.error = name + " needs a value";
+            }
+            // No option here means anything when empty.
+            if (value.empty()) {
+                parsed.error = name + " needs a value" +
+                               (!inlineValue && nextIsOption ? " before " + args[i + 1] : "");
                 return parsed;
             }
         } else if (inlineValue) {
@@ -364,7 +369,8 @@ std::string usageText(const std::string& program) {
            "       [--plugin PATH]\n"
            "\n"
            "Reads the BMCs' event logs, SDR, FRU and firmware data through the ipmisel\n"
-           "plug-in and writes what it reports.\n"
+           "plug-in and writes what it reports. An option's value may also be given as\n"
+           "--name=VALUE, the only way to give one that starts with \"--\".\n"
            "\n"
            "Where the data comes from:\n"
            "  --sim FILE           a simulated BMC described by a scenario file\n"
@@ -373,7 +379,9 @@ std::string usageText(const std::string& program) {
            "  --host H[:PORT]      a BMC over IPMI 2.0 LAN (repeat for several nodes)\n"
            "  --user NAME          LAN user (default: the anonymous user)\n"
            "  --password-file FILE the LAN password: the file's first line; without it\n"
-           "                       the IPMISEL_PASSWORD environment variable\n"
+           "                       the IPMISEL_PASSWORD environment variable. One of\n"
+           "                       them is needed; an empty one for a user without a\n"
+           "                       password\n"
            "  --cipher-suite N     default 3\n"
            "  --privilege LEVEL    user, operator or admin (default admin)\n"
            "  --workaround NAME    a libfreeipmi workaround, e.g. opensesspriv (repeatable)\n"

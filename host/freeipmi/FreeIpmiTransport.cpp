@@ -216,7 +216,8 @@ bool FreeIpmiTransport::open(std::string* error) {
         constexpr unsigned kOpenSessPriv =
             IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE;
         if (!attempt(s.workaroundFlags)) {
-            std::string why = "cannot open an IPMI 2.0 session: " + context_->error();
+            int errnum = context_->errnum();
+            std::string text = context_->error();
             // Some BMCs (OpenIPMI's simulator among them) refuse the privilege
             // asked for in the open-session request although the user has it;
             // asking for it after the session is up, as FreeIPMI's
@@ -224,7 +225,7 @@ bool FreeIpmiTransport::open(std::string* error) {
             // a fresh context, so such a BMC works without the user knowing
             // the workaround's name. The BMC answered, so this costs a round
             // trip, not a timeout.
-            const bool retry = context_->errnum() == IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED &&
+            const bool retry = errnum == IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED &&
                                !(s.workaroundFlags & kOpenSessPriv);
             if (retry) {
                 context_ = std::make_unique<Context>();
@@ -233,7 +234,16 @@ bool FreeIpmiTransport::open(std::string* error) {
                     context_->open = true;
                     return true;
                 }
-                why += " (also with the opensesspriv workaround: " + context_->error() + ")";
+                // The second try gets further into the login, so its reason
+                // is the true one: such a BMC answers a wrong password or an
+                // unknown user with the privilege refusal the first time.
+                errnum = context_->errnum();
+                text = context_->error();
+            }
+            std::string why =
+                "cannot open an IPMI 2.0 session: " + sessionOpenFailure(errnum, text, s);
+            if (retry && errnum == IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED) {
+                why += " (also with the opensesspriv workaround)";
             }
             fail(why);
             return result(false);
@@ -290,6 +300,47 @@ host::IpmiResponse FreeIpmiTransport::send(const host::IpmiRequest& request) {
     response.cc = rs[1];
     response.data.assign(rs.begin() + 2, rs.begin() + static_cast<std::ptrdiff_t>(length));
     return response;
+}
+
+std::string sessionOpenFailure(int errnum, const std::string& text, const LanSettings& s) {
+    const bool named = s.user && !s.user->empty();
+    const std::string user = named ? "user \"" + *s.user + "\"" : "the anonymous (null) user";
+    const std::string refused = "the BMC refused the login: ";
+    const std::string own = " (" + text + ")";
+    switch (errnum) {
+    case IPMI_ERR_CONNECTION_TIMEOUT:
+    case IPMI_ERR_SESSION_TIMEOUT: {
+        const unsigned ms = s.timing.timeoutMs;
+        const std::string wait =
+            ms % 1000 == 0 ? std::to_string(ms / 1000) + " s" : std::to_string(ms) + " ms";
+        return "the BMC did not answer within " + wait + own +
+               "; is the address right and IPMI over LAN enabled on it?";
+    }
+    case IPMI_ERR_HOSTNAME_INVALID:
+        return "cannot find the host \"" + s.host + "\"" + own;
+    case IPMI_ERR_USERNAME_INVALID:
+        return refused + (named ? "it does not know " + user : "it does not take " + user) + own;
+    case IPMI_ERR_PASSWORD_INVALID:
+    case IPMI_ERR_PASSWORD_VERIFICATION_TIMEOUT:
+        // Never the password itself; only whether it was the empty one.
+        return refused +
+               (s.password && !s.password->empty() ? "wrong password for " + user
+                                                   : "the empty password is wrong for " + user) +
+               own;
+    case IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED:
+    case IPMI_ERR_PRIVILEGE_LEVEL_INSUFFICIENT: {
+        const char* level = s.privilege == IPMI_PRIVILEGE_LEVEL_USER       ? "user"
+                            : s.privilege == IPMI_PRIVILEGE_LEVEL_OPERATOR ? "operator"
+                                                                           : "admin";
+        return refused + user + " may not have the " + level + " privilege" + own;
+    }
+    case IPMI_ERR_CIPHER_SUITE_ID_UNAVAILABLE:
+        return "the BMC does not offer cipher suite " + std::to_string(s.cipherSuite) + own;
+    case IPMI_ERR_IPMI_2_0_UNAVAILABLE:
+        return "the BMC does not offer IPMI 2.0 sessions" + own;
+    default:
+        return text;
+    }
 }
 
 std::optional<unsigned> workaroundFlag(const std::string& name, bool lan, std::string* error) {

@@ -91,6 +91,12 @@ class FreeIpmiTransport : public host::Transport {
     std::string failure_;
 };
 
+// Why a LAN session could not be opened, from libfreeipmi's error number and
+// its text for it, in words that tell a BMC that never answered from one that
+// answered and refused the login (user, password, privilege). The user name
+// is named, the password never.
+std::string sessionOpenFailure(int errnum, const std::string& text, const LanSettings& settings);
+
 // The names FreeIPMI's own tools take for libfreeipmi's workaround flags.
 // Returns the flag, or none with `error` naming the ones that exist.
 std::optional<unsigned> workaroundFlag(const std::string& name, bool lan, std::string* error);

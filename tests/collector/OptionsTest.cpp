@@ -12,12 +12,16 @@ ParsedOptions parse(std::vector<std::string> args) {
 }
 
 TEST(Options, DefaultsValuesInBothSpellingsAndHelp) {
+    // A value starting with "--" only in the --name=VALUE form; one dash is a value.
     auto p = parse({"--format=csv", "--log-level", "0", "--class", "OXASG_IPMIFRU",
-                    "--class=OXASG_IPMILogRecord", "--class", "OXASG_IPMIFRU"});
+                    "--class=OXASG_IPMILogRecord", "--class", "OXASG_IPMIFRU", "--sim=--odd.json",
+                    "--out", "-"});
     ASSERT_EQ(p.error, "");
     const Options& o = p.options;
     EXPECT_EQ(o.format, Format::Csv);
     EXPECT_EQ(o.logLevel, 0);
+    EXPECT_EQ(o.simFile, "--odd.json");
+    EXPECT_EQ(o.outFile, "-");
     // Order kept, the repeated class asked for once only.
     EXPECT_EQ(o.effectiveClasses(),
               (std::vector<std::string>{"OXASG_IPMIFRU", "OXASG_IPMILogRecord"}));
@@ -88,6 +92,11 @@ TEST(Options, RefusedCommandLines) {
         {{"--frobnicate"}, "unknown option --frobnicate"},
         {{"scenario.json"}, "unexpected argument \"scenario.json\""},
         {{"--sim"}, "--sim needs a value"},
+        // A forgotten value is named as such, not filled with the next option.
+        {{"--host", "--format", "jsonl"}, "--host needs a value before --format"},
+        {{"--password-file", "--user", "a"}, "--password-file needs a value before --user"},
+        {{"--host="}, "--host needs a value"},
+        {{"--workaround", ""}, "--workaround needs a value"},
         {{"--inband=yes"}, "--inband takes no value"},
         {{"--format", "JSONL"}, "--format must be jsonl, table or csv, not \"JSONL\""},
         {{"--log-level", "5"}, "--log-level must be a number from 0 to 4, not \"5\""},

@@ -40,9 +40,10 @@ std::string demo() {
     return t::sourceDir() + "/scenarios/demo.json";
 }
 
-Outcome run(const std::vector<std::string>& args) {
+// `env` goes before the program, e.g. "env -u NAME".
+Outcome run(const std::vector<std::string>& args, const std::string& env = "") {
     std::string dir = t::makeTempDir("collect-run");
-    std::string cmd = "'" + t::binDir() + "/ipmisel-collect'";
+    std::string cmd = env + " '" + t::binDir() + "/ipmisel-collect'";
     for (const auto& a : args) {
         cmd += " '" + a + "'"; // no test argument holds a quote
     }
@@ -112,6 +113,40 @@ TEST(Program, UsageAndEveryRefusalIsOneLineWithItsExitCode) {
         EXPECT_EQ(r.out, "");
     }
 }
+
+#if IPMISEL_HAVE_FREEIPMI
+TEST(Program, LanLoginNeedsAPasswordSourceAnEmptyOneWillDo) {
+    NEED_PROGRAM();
+    // Nothing listens on UDP port 1: a login that gets as far as the network
+    // waits out the one-second timeout and ends with exit code 6.
+    const std::vector<std::string> lan = {"--host", "127.0.0.1:1", "--user", "a", "--timeout", "1"};
+    const std::string silent = "cannot open an IPMI 2.0 session: the BMC did not answer within 1 s";
+    struct Case {
+        std::string env;
+        std::vector<std::string> more;
+        int code;
+        std::string words;
+    } cases[] = {
+        {"env -u IPMISEL_PASSWORD",
+         {},
+         kExitUsage,
+         "no password given: --host needs --password-file FILE or the IPMISEL_PASSWORD "
+         "environment variable"},
+        {"env IPMISEL_PASSWORD=", {}, kExitTransport, silent},
+        {"env -u IPMISEL_PASSWORD",
+         {"--password-file", t::writeTempFile("empty-pw", "")},
+         kExitTransport,
+         silent},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> args = lan;
+        args.insert(args.end(), c.more.begin(), c.more.end());
+        Outcome r = run(args, c.env);
+        EXPECT_EQ(r.code, c.code) << c.env;
+        expectOneErrorLine(r, c.words);
+    }
+}
+#endif
 
 TEST(Program, DemoScenarioAsJsonlWithTheLog) {
     NEED_PROGRAM();

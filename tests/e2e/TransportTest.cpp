@@ -1,6 +1,7 @@
 // The libfreeipmi transport and what sits around it: the split of Get SDR
 // reads a BMC refuses, raw commands against ipmi_sim, and the settings the
 // collector hands over (workaround names, password files, LAN options).
+#include <freeipmi/freeipmi.h>
 #include <gtest/gtest.h>
 
 #include <numeric>
@@ -159,6 +160,81 @@ TEST(FreeIpmiTransport, RawCommandsAgainstIpmiSim) {
     bmc->close();
     EXPECT_FALSE(bmc->send({0x06, 0, 0x01, {}}).sent);
     EXPECT_TRUE(reports.empty());
+}
+
+// Opens a LAN session to 127.0.0.1:port and returns the error line, checking
+// that the reporter got the same line once.
+std::string openFailure(uint16_t port, std::optional<std::string> user, std::string password,
+                        unsigned flags = 0) {
+    std::vector<std::string> reports;
+    auto bmc = FreeIpmiTransport::lan({.host = "127.0.0.1",
+                                       .port = port,
+                                       .user = std::move(user),
+                                       .password = std::move(password),
+                                       .workaroundFlags = flags,
+                                       .timing = {1000, 1}},
+                                      [&](const std::string& line) { reports.push_back(line); });
+    std::string error;
+    EXPECT_FALSE(bmc->open(&error));
+    EXPECT_EQ(reports, std::vector<std::string>{error});
+    return error;
+}
+
+TEST(FreeIpmiTransport, LoginFailuresTellSilenceFromRefusal) {
+    // Nothing listens on a port just found free: no answer at all.
+    EXPECT_EQ(openFailure(bindLoopback(0), "admin", "pw"),
+              "cannot open an IPMI 2.0 session: the BMC did not answer within 1 s (connection "
+              "timeout); is the address right and IPMI over LAN enabled on it?");
+    if (std::string why = missingTool({"ipmi_sim"}); !why.empty()) {
+        GTEST_SKIP() << why;
+    }
+    // ipmi_sim answers a bad login with a privilege refusal until the
+    // opensesspriv workaround is used; the reason given is the real one.
+    IpmiSim sim({});
+    const unsigned opensesspriv = *freeipmi::workaroundFlag("opensesspriv", true, nullptr);
+    const std::string refused = "cannot open an IPMI 2.0 session: the BMC refused the login: ";
+    struct Case {
+        std::optional<std::string> user;
+        std::string password;
+        unsigned flags;
+        std::string line;
+    };
+    const Case cases[] = {
+        {"nobody", IpmiSim::kPassword, 0,
+         refused + "it does not know user \"nobody\" (username invalid)"},
+        {std::nullopt, IpmiSim::kPassword, 0,
+         refused + "it does not take the anonymous (null) user (username invalid)"},
+        {IpmiSim::kUser, "Not-The-Pw-7", 0,
+         refused + "wrong password for user \"ipmiusr\" (password invalid)"},
+        {IpmiSim::kUser, "Not-The-Pw-7", opensesspriv,
+         refused + "wrong password for user \"ipmiusr\" (password invalid)"},
+        {IpmiSim::kUser, "", 0,
+         refused + "the empty password is wrong for user \"ipmiusr\" (password invalid)"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(openFailure(sim.port(), c.user, c.password, c.flags), c.line);
+    }
+}
+
+TEST(FreeIpmiSettings, LoginFailureWordsForWhatASimulatorWillNotDo) {
+    freeipmi::LanSettings s;
+    s.host = "bmc";
+    s.user = "op";
+    s.cipherSuite = 17;
+    s.privilege = 3;
+    s.timing.timeoutMs = 2500;
+    const std::pair<int, std::string> cases[] = {
+        {IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED,
+         "the BMC refused the login: user \"op\" may not have the operator privilege (lib)"},
+        {IPMI_ERR_CIPHER_SUITE_ID_UNAVAILABLE, "the BMC does not offer cipher suite 17 (lib)"},
+        {IPMI_ERR_SESSION_TIMEOUT, "the BMC did not answer within 2500 ms (lib); is the address "
+                                   "right and IPMI over LAN enabled on it?"},
+        {IPMI_ERR_HOSTNAME_INVALID, "cannot find the host \"bmc\" (lib)"},
+        {IPMI_ERR_INTERNAL_ERROR, "lib"}, // nothing to add to libfreeipmi's words
+    };
+    for (const auto& [errnum, line] : cases) {
+        EXPECT_EQ(freeipmi::sessionOpenFailure(errnum, "lib", s), line);
+    }
 }
 
 TEST(FreeIpmiSettings, WorkaroundNamesAndHostArgument) {
