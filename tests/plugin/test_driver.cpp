@@ -156,6 +156,9 @@ TEST_F(DriverTest, DiscoveryAndMachineTypeOncePerProcessProbesEveryTime) {
                              "Found matching BMC machine type", "BMC machine type index=2"}) {
         EXPECT_TRUE(host.hasLog(line)) << line;
     }
+    EXPECT_TRUE(CurrentPlatform().cpld && CurrentPlatform().ami);
+    EXPECT_FALSE(CurrentPlatform().fpga);
+    EXPECT_EQ(CurrentPlatform().bmcTypeIndex, 2);
 
     // The node count and machine type of the first collection stay.
     host.clear();
@@ -284,6 +287,13 @@ TEST_F(DriverTest, OneNodesSelCollectionRunsItsStepsInOrder) {
         ++at;
     }
     EXPECT_EQ(host.countLog("FillSELArray() function entered."), 1u);
+}
+
+TEST_F(DriverTest, EachNodeMovesTheRecordOffsetOnByTheCountItsBmcReported) {
+    // Node 0 reports three entries but its walk ends after two.
+    Use({R"({"sel": {"reportedCount": 3, "records": [{}, {}]}})", Node(1), Node(1)});
+    EXPECT_EQ(Collect({kLogRecord}), 0);
+    EXPECT_EQ(RecordIDs(), (std::vector<std::string>{"1", "2", "4", "5"}));
 }
 
 TEST_F(DriverTest, GetSelInfoFailingTwiceAbandonsTheCollectionKeepingEarlierNodes) {
