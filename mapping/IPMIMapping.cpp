@@ -117,6 +117,21 @@ void lookupOrLog(IPMIMapping& m, TCPluginCallbacks* cb, int32_t id, char* out, i
     }
 }
 
+// IPMI names unit type codes 0 to 92; their texts are 730 + code. The ids of
+// the codes above (823 to 985) partly belong to other blocks (856 + n, 870 + n),
+// so those codes are never looked up: their text stays empty, as for a text
+// the file lacks.
+constexpr uint8_t kUnitCodes = 93;
+
+void unitText(IPMIMapping& m, TCPluginCallbacks* cb, uint8_t code, char* out, int32_t size) {
+    if (code < kUnitCodes) {
+        lookupOrLog(m, cb, 730 + code, out, size);
+    } else {
+        out[0] = '\0';
+        Log(SevError, "Error in obtaining string.");
+    }
+}
+
 } // namespace
 
 int IPMIMapping::GetSensorType(TCPluginCallbacks* /*cb*/, uint8_t sensorType, char* out,
@@ -310,17 +325,17 @@ void IPMIMapping::GetSensorUnits(TCPluginCallbacks* cb, const SensorConversion& 
     char modifier[64];
     switch ((sdr.SensorUnits1 >> 1) & 0x03) {
     case 0:
-        lookupOrLog(*this, cb, 730 + sdr.BaseUnit, base, sizeof base);
+        unitText(*this, cb, sdr.BaseUnit, base, sizeof base);
         TextAppendF(out, size, " %s", base);
         break;
     case 1:
-        lookupOrLog(*this, cb, 730 + sdr.BaseUnit, base, sizeof base);
-        lookupOrLog(*this, cb, 730 + sdr.ModifierUnit, modifier, sizeof modifier);
+        unitText(*this, cb, sdr.BaseUnit, base, sizeof base);
+        unitText(*this, cb, sdr.ModifierUnit, modifier, sizeof modifier);
         TextAppendF(out, size, " %s/%s", base, modifier);
         break;
     case 2:
-        lookupOrLog(*this, cb, 730 + sdr.BaseUnit, base, sizeof base);
-        lookupOrLog(*this, cb, 730 + sdr.ModifierUnit, modifier, sizeof modifier);
+        unitText(*this, cb, sdr.BaseUnit, base, sizeof base);
+        unitText(*this, cb, sdr.ModifierUnit, modifier, sizeof modifier);
         TextAppendF(out, size, " %s*%s", base, modifier);
         break;
     default:

@@ -23,15 +23,23 @@ namespace {
 constexpr size_t kPieceLength = 511;
 // Distinct keys remembered per file before the memory is dropped and rebuilt.
 constexpr size_t kMemoLimit = 65536;
-// How long a file that was checked is trusted before it is checked again. A
-// stat() costs more than the rest of a lookup, and a SEL decode makes several
-// lookups per record; an edit of the message file shows within this time.
-constexpr int64_t kRecheckNanoseconds = 100'000'000;
+// A file whose change time is this close to the moment we began reading it is
+// read again at every lookup until it is older: a change made right after our
+// read can get the same time stamp, and with the same size and inode nothing
+// in stat() would show it. File systems with nanosecond times stamp a change
+// at most one clock tick early; those that keep whole seconds (a zero
+// nanosecond part) up to two seconds early.
+constexpr int64_t kRacyNanoseconds = 100'000'000;
+constexpr int64_t kRacyWholeSecondNanoseconds = 3'000'000'000;
 
-int64_t monotonicNow() {
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+int64_t nanoseconds(const timespec& ts) {
     return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
+
+int64_t realtimeNow() {
+    timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return nanoseconds(ts);
 }
 
 struct Signature {
@@ -55,7 +63,8 @@ struct Piece {
 
 struct CachedFile {
     Signature signature;
-    int64_t checkedAt = 0; // monotonic time of the last stat()
+    bool racy = false;   // changed too shortly before it was read to trust stat()
+    std::string content; // as read, to tell a real change from a touch
     std::vector<Piece> pieces;
     // key -> index of the first piece containing it, -1 for none. The answer
     // only depends on the pieces, so it is remembered until they change.
@@ -138,33 +147,42 @@ std::vector<Piece> splitPieces(const std::string& content) {
 }
 
 // The cached pieces of path, read again when the file changed; null when the
-// file cannot be read (and nothing of it is kept then).
+// file cannot be read (and nothing of it is kept then). Every call looks at the
+// file (one stat()), so what a lookup sees is what a fresh scan would see.
 CachedFile* load(const std::string& path) {
     auto& all = caches();
-    const int64_t now = monotonicNow();
-    auto it = all.find(path);
-    if (it != all.end() && now - it->second.checkedAt < kRecheckNanoseconds) {
-        return &it->second;
-    }
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
         all.erase(path);
         return nullptr;
     }
-    if (it != all.end() && it->second.signature == signatureOf(st)) {
-        it->second.checkedAt = now;
+    auto it = all.find(path);
+    if (it != all.end() && !it->second.racy && it->second.signature == signatureOf(st)) {
         return &it->second;
     }
+    const int64_t readStart = realtimeNow();
     std::string content;
     Signature signature;
     if (!readAll(path, content, signature)) {
         all.erase(path);
         return nullptr;
     }
+    const int64_t changed = nanoseconds(signature.ctime);
+    const int64_t margin =
+        signature.ctime.tv_nsec == 0 ? kRacyWholeSecondNanoseconds : kRacyNanoseconds;
+    const bool racy = changed > readStart - margin;
+    if (it != all.end() && it->second.content == content) {
+        // Touched or rewritten with the same text: the pieces and the
+        // remembered matches still hold.
+        it->second.signature = signature;
+        it->second.racy = racy;
+        return &it->second;
+    }
     CachedFile fresh;
     fresh.signature = signature;
-    fresh.checkedAt = now;
+    fresh.racy = racy;
     fresh.pieces = splitPieces(content);
+    fresh.content = std::move(content);
     auto& slot = all[path];
     slot = std::move(fresh);
     return &slot;

@@ -19,9 +19,10 @@ enum class Lookup {
 // the top with 512-byte line pieces would give: the first piece that contains
 // key anywhere wins, its text after the first '=' is copied (at most size
 // characters) and its line end stripped. The file's lines are kept in memory
-// per path and read again when the file's size, times or identity change (the
-// file is looked at again at most every 100 ms, so an edit shows within that
-// time); the file is never held open between calls.
+// per path; every lookup looks at the file (one stat()) and reads it again when
+// its size, times or identity changed, or when it changed so shortly before it
+// was last read that stat() could not show a further change. The file is never
+// held open between calls.
 Lookup Find(const std::string& path, const std::string& key, char* out, int32_t size);
 
 // Drops every cached file (tests; a long-running host that wants the memory).

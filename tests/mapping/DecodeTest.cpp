@@ -102,7 +102,11 @@ TEST_F(Decode, ReadingsWithUnits) {
         {Linear(1, 0, 0, 0, 0x01, 0), 40, "40.00% " + T(730)},
         {Linear(1, 0, 0, 0, 3 << 3, 18), 2, "2.00 " + T(723) + " " + T(748)},  // per second
         {Linear(1, 0, 0, 0, 0x02, 6, 24), 3, "3.00 " + T(736) + "/" + T(754)}, // modifier: divide
-        {Linear(1, 0, 0, 0, 0, 200), 1, "1.00 "}, // no text for the unit: the blank stays
+        // Codes past 92 have no name: the blank stays, and ids that other
+        // blocks own (856 + n, 870 + n) are never read as units.
+        {Linear(1, 0, 0, 0, 0, 200), 1, "1.00 "},
+        {Linear(1, 0, 0, 0, 0, 126), 1, "1.00 "},
+        {Linear(1, 0, 0, 0, 0x04, 1, 140), 1, "1.00 " + T(731) + "*"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(units(c.sdr, c.raw), c.text) << &c - cases;
