@@ -1,0 +1,89 @@
+// Building FRU images and BMC nodes for the FRU tests.
+#pragma once
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fru/IPMIFRULocator.h"
+#include "host/sim/Builders.h"
+#include "tests/support/HostFixture.h"
+
+namespace ipmisel::test {
+
+using Bytes = std::vector<uint8_t>;
+
+// An 8-bit ASCII field: type/length C0h | length, then the text.
+inline Bytes Text8(const std::string& text) {
+    Bytes b{static_cast<uint8_t>(0xC0 | text.size())};
+    b.insert(b.end(), text.begin(), text.end());
+    return b;
+}
+
+inline Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) {
+        out.insert(out.end(), p.begin(), p.end());
+    }
+    return out;
+}
+
+inline uint8_t ZeroSum(const Bytes& b, size_t n) {
+    uint8_t sum = 0;
+    for (size_t i = 0; i < n; ++i) {
+        sum = uint8_t(sum + b[i]);
+    }
+    return uint8_t(-sum);
+}
+
+// An information area: version 01h, its length in 8-byte units, `body`, zero
+// padding and the checksum (off by `skew` to spoil it).
+inline Bytes Area(const Bytes& body, uint8_t skew = 0) {
+    Bytes a = Cat({{0x01, 0x00}, body});
+    a.resize((a.size() + 1 + 7) / 8 * 8);
+    a[1] = uint8_t(a.size() / 8);
+    a.back() = uint8_t(ZeroSum(a, a.size() - 1) + skew);
+    return a;
+}
+
+// 528 bytes: the common header naming the areas given (empty: none), the
+// areas in the order chassis, board, product, then zeros.
+inline Bytes Image(const Bytes& chassis, const Bytes& board, const Bytes& product) {
+    Bytes img{0x01, 0, 0, 0, 0, 0, 0, 0};
+    uint8_t at = 1;
+    const Bytes* areas[] = {&chassis, &board, &product};
+    for (int i = 0; i < 3; ++i) {
+        if (!areas[i]->empty()) {
+            img[2 + i] = at;
+            at = uint8_t(at + areas[i]->size() / 8);
+            img.insert(img.end(), areas[i]->begin(), areas[i]->end());
+        }
+    }
+    img[7] = ZeroSum(img, 7);
+    img.resize(kFRUDataSize);
+    return img;
+}
+
+// `text` written into `img` at `at`.
+inline void Put(Bytes& img, size_t at, const std::string& text) {
+    std::memcpy(img.data() + at, text.data(), text.size());
+}
+
+inline std::vector<uint8_t> Locator(uint16_t id, uint8_t fruId, const char* name,
+                                    bool logical = true) {
+    sim::FruLocatorFields f;
+    f.id = id;
+    f.fruId = fruId;
+    f.logical = logical;
+    f.name = name;
+    return sim::buildFruLocatorRecord(f);
+}
+
+inline std::vector<uint8_t> Sensor(uint16_t id, const char* name) {
+    sim::CompactSensorFields f;
+    f.id = id;
+    f.name = name;
+    return sim::buildCompactSensorRecord(f);
+}
+
+} // namespace ipmisel::test
