@@ -71,6 +71,25 @@ constexpr Column kColumns[] = {
 constexpr const char kSeparator[] = " | ";
 constexpr size_t kSeparatorWidth = 3;
 
+// Classes shown as one block per part, with the label their blocks open
+// with. Four columns at most, so the names after them line up.
+struct BlockClass {
+    const char* className;
+    const char* label;
+};
+constexpr BlockClass kBlockClasses[] = {
+    {"OXASG_IPMIFRU", "FRU"},
+    {"OXASG_IPMIFirmwareElement", "BMC"},
+    {"OXASG_CPLDFirmwareElement", "CPLD"},
+    {"OXASG_FPGAFirmwareElement", "FPGA"},
+    {"OXASG_AMIFirmwareElement", "AMI"},
+    {"OXASG_QsvVPD", "VPD"},
+};
+constexpr size_t kLabelWidth = 4;
+constexpr size_t kBlockIndent = 4;
+// A narrow terminal still gets readable values; the line runs over instead.
+constexpr size_t kMinBlockValueWidth = 16;
+
 size_t fixedWidth() {
     size_t total = 0;
     for (const Column& c : kColumns) {
@@ -226,6 +245,69 @@ std::string csvField(std::string_view text) {
     return out;
 }
 
+const char* blockLabel(std::string_view className) {
+    for (const BlockClass& c : kBlockClasses) {
+        if (className == c.className) {
+            return c.label;
+        }
+    }
+    return nullptr;
+}
+
+bool isCimDateTime(std::string_view text) {
+    if (text.size() != 25 || text[14] != '.' || (text[21] != '+' && text[21] != '-')) {
+        return false;
+    }
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (i != 14 && i != 21 && (text[i] < '0' || text[i] > '9')) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::vector<std::string> partBlock(const host::Instance& instance, std::string_view label,
+                                   size_t width) {
+    std::string name = foldWhitespace(instance.get("ElementName"));
+    std::string title = std::string(label);
+    title.append(kLabelWidth > label.size() ? kLabelWidth - label.size() : 0, ' ');
+    title += ' ' + (name.empty() ? instance.className : name);
+    if (std::string node = foldWhitespace(instance.get("SourceNode")); !node.empty()) {
+        title += " (node " + node + ")";
+    }
+    std::vector<std::string> lines = {title};
+
+    std::vector<std::pair<std::string, std::string>> shown;
+    size_t nameWidth = 0;
+    for (const host::Property& p : instance.properties) {
+        std::string value = foldWhitespace(propertyText(p));
+        // A blank FRU field is one space: folded, it is empty and left out.
+        if (isBoilerplate(p.name) || p.name == "ElementName" || p.name == "SourceNode" ||
+            value.empty()) {
+            continue;
+        }
+        if (p.kind == host::PropertyKind::DateTime || isCimDateTime(value)) {
+            value = displayTimestamp(value);
+        }
+        nameWidth = std::max(nameWidth, displayWidth(p.name));
+        shown.emplace_back(p.name, std::move(value));
+    }
+    // "    Name:  value": every value starts in the same column.
+    const size_t valueColumn = kBlockIndent + nameWidth + 2;
+    const size_t valueWidth =
+        width > valueColumn + kMinBlockValueWidth ? width - valueColumn : kMinBlockValueWidth;
+    for (const auto& [property, value] : shown) {
+        std::vector<std::string> pieces = wrapText(value, valueWidth, 0);
+        std::string head = std::string(kBlockIndent, ' ') + property + ":";
+        head.append(valueColumn - displayWidth(head), ' ');
+        lines.push_back(head + pieces[0]);
+        for (size_t i = 1; i < pieces.size(); ++i) {
+            lines.push_back(std::string(valueColumn, ' ') + pieces[i]);
+        }
+    }
+    return lines;
+}
+
 // ---- jsonl -----------------------------------------------------------------------
 
 void JsonlWriter::write(const host::Instance& instance) {
@@ -252,9 +334,31 @@ TableWriter::TableWriter(std::ostream& out, size_t width) : out_(out), width_(wi
 void TableWriter::write(const host::Instance& instance) {
     if (instance.className == kLogRecordClass) {
         writeLogRecord(instance);
+    } else if (const char* label = blockLabel(instance.className)) {
+        // Printed after the log: one SEL table an admin reads from top to
+        // bottom, then what the machine is made of.
+        (std::string_view(label) == "FRU" ? fruBlocks_ : firmwareBlocks_).push_back(instance);
     } else {
         writeOther(instance);
     }
+}
+
+void TableWriter::finish() {
+    for (const auto* held : {&fruBlocks_, &firmwareBlocks_}) {
+        for (const host::Instance& instance : *held) {
+            if (wroteAnything_) {
+                out_ << '\n';
+            }
+            for (const std::string& line :
+                 partBlock(instance, blockLabel(instance.className), width_)) {
+                out_ << line << '\n';
+            }
+            wroteAnything_ = true;
+        }
+    }
+    fruBlocks_.clear();
+    firmwareBlocks_.clear();
+    inLogTable_ = false;
 }
 
 void TableWriter::writeLogRecord(const host::Instance& instance) {

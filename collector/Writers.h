@@ -38,12 +38,15 @@ class JsonlWriter : public InstanceWriter {
 };
 
 // The log records in fixed columns (node, record ID, time stamp, sensor type,
-// sensor, message), the rest as "Class: name=value, ..." lines wrapped at the
-// width. Fixed widths because a stream cannot be measured before it is printed.
+// sensor, message); FRU and firmware instances as one block per part, held
+// back and printed after everything else (FRU blocks first); the rest as
+// "Class: name=value, ..." lines wrapped at the width. Fixed widths because a
+// stream cannot be measured before it is printed.
 class TableWriter : public InstanceWriter {
   public:
     TableWriter(std::ostream& out, size_t width);
     void write(const host::Instance& instance) override;
+    void finish() override;
 
     static constexpr size_t kMinMessageWidth = 16;
 
@@ -55,6 +58,9 @@ class TableWriter : public InstanceWriter {
     size_t width_;
     bool wroteAnything_ = false;
     bool inLogTable_ = false;
+    // A machine has a handful of parts and firmware elements against up to
+    // 65,535 log records per BMC: holding these back costs nothing.
+    std::vector<host::Instance> fruBlocks_, firmwareBlocks_;
 };
 
 // One section per run of instances of a class: a header row (the property
@@ -75,6 +81,21 @@ class CsvWriter : public InstanceWriter {
 };
 
 // ---- text helpers, public for the tests ----------------------------------------
+
+// The label of a class shown as part blocks ("FRU", "BMC", "CPLD", "FPGA",
+// "AMI", "VPD"), or null for any other class.
+const char* blockLabel(std::string_view className);
+
+// One part as the table shows it: "<label padded to 4> <ElementName> (node
+// <SourceNode>)", then one line per property, "    Name: value", the values
+// aligned and wrapped at `width`. The name and node of the first line, the
+// boilerplate properties and empty values are not repeated below it.
+std::vector<std::string> partBlock(const host::Instance& instance, std::string_view label,
+                                   size_t width);
+
+// True for exactly the CIM date-time text "yyyymmddhhmmss.mmmmmm+ooo" (sign
+// '+' or '-').
+bool isCimDateTime(std::string_view text);
 
 // The log record's message as the table shows it: folded onto one line, and
 // without the "(sensor type - sensor)" part when it only repeats the record's

@@ -147,6 +147,53 @@ TEST(Table, OtherClassesAsWrappedNameValueLines) {
         << out.str();
 }
 
+TEST(Table, PartsAsBlocksAfterTheLog) {
+    // Firmware and FRU instances arrive between log records (per node, per
+    // class); the log stays one table and the parts follow it, FRUs first.
+    std::ostringstream out;
+    TableWriter w(out, 50);
+    w.write(Instance{"OXASG_IPMIFirmwareElement",
+                     {text("ElementName", "Baseboard management controller"),
+                      text("VersionString", "2.15"), text("IPMIVersion", "2.0"),
+                      bytes("RawData", {0x01, 0xAB}), text("SourceNode", "1")}});
+    w.write(logRecord("1", "short"));
+    w.write(Instance{"OXASG_IPMIFRU",
+                     {text("CreationClassName", "OXASG_IPMIFRU"),
+                      text("BoardMfgDateTime", "20240611091200.000000+000"),
+                      text("ElementName", "Mainboard"), text("FRUNumber", " "),
+                      text("PartNumber", "PN-1"), text("SerialNumber", "2024061109120012345678901"),
+                      text("SourceNode", "2"),
+                      text("Vendor", "Example Systems International Holdings")}});
+    w.write(logRecord("2", "m"));
+    w.write(Instance{"OXASG_CPLDFirmwareElement", {text("CPLD1Version", "0x12")}});
+    w.finish();
+    auto ls = lines(out.str());
+    const std::vector<std::string> expected = {
+        "Node | Record | Time stamp          | Sensor type        | Sensor           | Message",
+        "   1 |      1 | 2024-03-01 12:00:05 | Processor          | CPU1 Status      | short",
+        "   1 |      2 | 2024-03-01 12:00:05 | Processor          | CPU1 Status      | m",
+        "",
+        // Name and node in the title only; the blank FRU number left out; a
+        // date-time shown as one, a 25-digit serial number as it is.
+        "FRU  Mainboard (node 2)",
+        "    BoardMfgDateTime: 2024-06-11 09:12:00",
+        "    PartNumber:       PN-1",
+        "    SerialNumber:     2024061109120012345678901",
+        "    Vendor:           Example Systems",
+        "                      International Holdings",
+        "",
+        "BMC  Baseboard management controller (node 1)",
+        "    VersionString: 2.15",
+        "    IPMIVersion:   2.0",
+        "    RawData:       01 AB",
+        "",
+        // No name: the class; no node: none.
+        "CPLD OXASG_CPLDFirmwareElement",
+        "    CPLD1Version: 0x12",
+    };
+    EXPECT_EQ(ls, expected) << out.str();
+}
+
 TEST(Csv, HeaderPerClassQuotingBytesAndWidening) {
     std::ostringstream out;
     CsvWriter w(out);
