@@ -12,13 +12,12 @@ namespace ipmisel {
 namespace {
 
 // Keeps one class's collection from asking a BMC again what it said it does
-// not know (C1h). Refused before anything of the class answered, the BMC is
-// not one that knows the maker's commands: the class ends there, with the
-// one notice line the request wrote. Refused later, only that command is
-// left out for the rest of the class.
+// not know (C1h). Refused before the BMC recognised any of the class's
+// commands, it is not one that knows the maker's commands: the class ends
+// there, with the one notice line the request wrote. Refused after that, only
+// that command is left out for the rest of the class.
 class Refusals {
   public:
-    bool Stopped() const { return stopped_; }
     bool Skips(uint8_t netFn, uint8_t cmd) const {
         for (uint16_t k : refused_) {
             if (k == Key(netFn, cmd)) {
@@ -27,12 +26,15 @@ class Refusals {
         }
         return stopped_;
     }
-    void Answered() { answered_ = true; }
-    void Failed(const IPMIRequestVPD& r) {
-        if (!r.LastRefused()) {
+    // After every request: any answer but C1h shows the command is known,
+    // whatever else is wrong with it.
+    void Note(const IPMIRequestVPD& r) {
+        if (!r.LastSent()) {
             return;
         }
-        if (!answered_) {
+        if (!r.LastRefused()) {
+            recognised_ = true;
+        } else if (!recognised_) {
             stopped_ = true;
         } else {
             refused_.push_back(Key(r.netFn, r.cmd));
@@ -43,7 +45,7 @@ class Refusals {
     static uint16_t Key(uint8_t netFn, uint8_t cmd) {
         return static_cast<uint16_t>(netFn << 8 | cmd);
     }
-    bool answered_ = false;
+    bool recognised_ = false;
     bool stopped_ = false;
     std::vector<uint16_t> refused_;
 };
@@ -101,11 +103,10 @@ std::vector<NamedValue> ReadProperties(IPMIRequestVPD& request, Refusals& refusa
             break;
         }
         char value[256];
-        if (request.IPMIPropertyCMD(p.path, value, sizeof value) == 0) {
-            refusals.Answered();
+        const int result = request.IPMIPropertyCMD(p.path, value, sizeof value);
+        refusals.Note(request);
+        if (result == 0) {
             values.push_back({p.propertyName, value});
-        } else {
-            refusals.Failed(request);
         }
     }
     return values;
@@ -150,11 +151,11 @@ FirmwarePlatform DescribeFirmwarePlatform(const firmware::BMCMachineType* row, b
 
 // ---- BMC -----------------------------------------------------------------------------
 
-int CollectBMCFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandle* io, int32_t node,
+int CollectBMCFirmware(IPMIRequestVPD& request, fdriIOHandle* io, int32_t node,
                        const FirmwarePlatform&) {
     Trace trace("CollectBMCFirmware");
     Log(SevDetail, "Getting BMC firmware.");
-    entry.Clear();
+    FirmwareElement entry;
     uint8_t deviceID[IPMIRequestVPD::kDeviceIDMax] = {};
     size_t count = 0;
     if (request.IPMIGetFirmwareVersion(deviceID, sizeof deviceID, count) != 0) {
@@ -182,10 +183,10 @@ int CollectBMCFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandl
 
 // ---- CPLD ------------------------------------------------------------------------------
 
-int CollectCPLDFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandle* io,
-                        int32_t node, const FirmwarePlatform& platform) {
+int CollectCPLDFirmware(IPMIRequestVPD& request, fdriIOHandle* io, int32_t node,
+                        const FirmwarePlatform& platform) {
     Trace trace("CollectCPLDFirmware");
-    entry.Clear();
+    FirmwareElement entry;
     if (!platform.cpld || platform.cpldSelectors.empty()) {
         Log(SevDetail, "No CPLD known on this machine; no CPLD firmware collected.");
         return 1;
@@ -198,11 +199,10 @@ int CollectCPLDFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHand
             break;
         }
         uint8_t version = 0;
-        if (request.IPMIGetCPLDVersion(platform.cpldSelectors[i], version) == 0) {
-            refusals.Answered();
+        const int result = request.IPMIGetCPLDVersion(platform.cpldSelectors[i], version);
+        refusals.Note(request);
+        if (result == 0) {
             versions.emplace_back(i + 1, version);
-        } else {
-            refusals.Failed(request);
         }
     }
     if (versions.empty()) {
@@ -219,10 +219,10 @@ int CollectCPLDFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHand
 
 // ---- FPGA ------------------------------------------------------------------------------
 
-int CollectFPGAFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandle* io,
-                        int32_t node, const FirmwarePlatform& platform) {
+int CollectFPGAFirmware(IPMIRequestVPD& request, fdriIOHandle* io, int32_t node,
+                        const FirmwarePlatform& platform) {
     Trace trace("CollectFPGAFirmware");
-    entry.Clear();
+    FirmwareElement entry;
     if (!platform.fpga) {
         Log(SevDetail, "No FPGA known on this machine; no FPGA firmware collected.");
         return 1;
@@ -242,16 +242,14 @@ int CollectFPGAFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHand
         }
         FPGA f{i + 1, {}, false, {}};
         const uint8_t selector = platform.fpgaSelectors[i];
-        if (request.IPMIGetFPGAVersion(selector, f.version) != 0) {
-            refusals.Failed(request);
+        const int result = request.IPMIGetFPGAVersion(selector, f.version);
+        refusals.Note(request);
+        if (result != 0) {
             continue;
         }
-        refusals.Answered();
         if (!refusals.Skips(kNetFnOEM, kCmdFPGARevisions)) {
             f.haveRevisions = request.IPMIGetFPGARevisions_SPI(selector, f.revisions) == 0;
-            if (!f.haveRevisions) {
-                refusals.Failed(request);
-            }
+            refusals.Note(request);
         }
         fpgas.push_back(f);
     }
@@ -283,10 +281,10 @@ int CollectFPGAFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHand
 
 // ---- diagnostics build and VPD -----------------------------------------------------------
 
-int CollectQsvVPD(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandle* io, int32_t node,
+int CollectQsvVPD(IPMIRequestVPD& request, fdriIOHandle* io, int32_t node,
                   const FirmwarePlatform& platform) {
     Trace trace("CollectQsvVPD");
-    entry.Clear();
+    FirmwareElement entry;
     Log(SevDetail, "Getting diagnostics VPD.");
     Refusals refusals;
     const std::vector<NamedValue> build =
@@ -301,11 +299,10 @@ int CollectQsvVPD(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandle* io
             break;
         }
         Block b{device, {}};
-        if (request.IPMIGetVPDEntryData(device, b.data) == 0) {
-            refusals.Answered();
+        const int result = request.IPMIGetVPDEntryData(device, b.data);
+        refusals.Note(request);
+        if (result == 0) {
             blocks.push_back(b);
-        } else {
-            refusals.Failed(request);
         }
     }
     if (build.empty() && blocks.empty()) {
@@ -327,10 +324,10 @@ int CollectQsvVPD(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandle* io
 
 // ---- backplane ----------------------------------------------------------------------------
 
-int CollectAMIFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandle* io, int32_t node,
+int CollectAMIFirmware(IPMIRequestVPD& request, fdriIOHandle* io, int32_t node,
                        const FirmwarePlatform& platform) {
     Trace trace("CollectAMIFirmware");
-    entry.Clear();
+    FirmwareElement entry;
     if (!platform.ami || platform.backplaneBusIDs.empty()) {
         Log(SevDetail, "No AMI backplane known on this machine; no backplane firmware collected.");
         return 1;
@@ -343,11 +340,10 @@ int CollectAMIFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, fdriIOHandl
             break;
         }
         AMIBackplaneVersion v;
-        if (request.IPMIGetAMIVersion(platform.backplaneBusIDs[i], v) == 0) {
-            refusals.Answered();
+        const int result = request.IPMIGetAMIVersion(platform.backplaneBusIDs[i], v);
+        refusals.Note(request);
+        if (result == 0) {
             found.emplace_back(i + 1, v);
-        } else {
-            refusals.Failed(request);
         }
     }
     if (found.empty()) {

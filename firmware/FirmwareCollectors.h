@@ -1,5 +1,5 @@
 // The collectors of the firmware element classes, one entry per class. Each
-// reads one BMC node's answers through IPMIRequestVPD, fills an IPMIVPDEntry
+// reads one BMC node's answers through IPMIRequestVPD, fills a FirmwareElement
 // and writes at most one instance of its class for the node. None throws and
 // none fails the collection: a BMC that does not answer a class gives no
 // instance of it, and the other classes go on.
@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "firmware/FirmwareConfig.h"
+#include "firmware/FirmwareElement.h"
 #include "firmware/IPMIRequestVPD.h"
-#include "firmware/IPMIVPDEntry.h"
 #include "host/framework.h"
 
 namespace ipmisel {
@@ -42,17 +42,16 @@ FirmwarePlatform DescribeFirmwarePlatform(const firmware::BMCMachineType* row, b
                                           const std::vector<uint8_t>& smbiosFpgaSelectors);
 
 // Each answers 0 when it wrote its instance for `node` (0-based) and 1 when
-// it wrote none. `request` talks to the node's BMC; `entry` is scratch,
-// cleared first.
-int CollectBMCFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, NOXAQSV20::fdriIOHandle* io,
-                       int32_t node, const FirmwarePlatform& platform);
-int CollectCPLDFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, NOXAQSV20::fdriIOHandle* io,
-                        int32_t node, const FirmwarePlatform& platform);
-int CollectFPGAFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, NOXAQSV20::fdriIOHandle* io,
-                        int32_t node, const FirmwarePlatform& platform);
-int CollectQsvVPD(IPMIRequestVPD& request, IPMIVPDEntry& entry, NOXAQSV20::fdriIOHandle* io,
-                  int32_t node, const FirmwarePlatform& platform);
-int CollectAMIFirmware(IPMIRequestVPD& request, IPMIVPDEntry& entry, NOXAQSV20::fdriIOHandle* io,
-                       int32_t node, const FirmwarePlatform& platform);
+// it wrote none. `request` talks to the node's BMC.
+int CollectBMCFirmware(IPMIRequestVPD& request, NOXAQSV20::fdriIOHandle* io, int32_t node,
+                       const FirmwarePlatform& platform);
+int CollectCPLDFirmware(IPMIRequestVPD& request, NOXAQSV20::fdriIOHandle* io, int32_t node,
+                        const FirmwarePlatform& platform);
+int CollectFPGAFirmware(IPMIRequestVPD& request, NOXAQSV20::fdriIOHandle* io, int32_t node,
+                        const FirmwarePlatform& platform);
+int CollectQsvVPD(IPMIRequestVPD& request, NOXAQSV20::fdriIOHandle* io, int32_t node,
+                  const FirmwarePlatform& platform);
+int CollectAMIFirmware(IPMIRequestVPD& request, NOXAQSV20::fdriIOHandle* io, int32_t node,
+                       const FirmwarePlatform& platform);
 
 } // namespace ipmisel

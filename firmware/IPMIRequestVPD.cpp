@@ -110,7 +110,8 @@ void IPMIRequestVPD::PrepareLong(uint8_t netFnIn, uint8_t cmdIn, const uint8_t* 
 bool IPMIRequestVPD::SendLogged(const std::string& sendFailure) {
     LogRequest("Contents of buffer to send (rspBuf):", true);
     lastCompletionCode_ = 0;
-    if (!Send()) {
+    lastSent_ = Send();
+    if (!lastSent_) {
         Log(SevError, sendFailure);
         return false;
     }
@@ -297,6 +298,7 @@ int IPMIRequestVPD::IPMIPropertyCMD(const char* path, char* value, size_t size) 
     const std::string name = path != nullptr ? path : "";
     const std::string illegal = "Can't get " + name + " because of illegal parameters!";
     if (name.empty() || name.size() > kMaxPathLength || value == nullptr || size == 0) {
+        lastSent_ = false;
         Log(SevNotice, illegal);
         return 1;
     }
@@ -333,6 +335,7 @@ int IPMIRequestVPD::IPMISendAMICmd(uint8_t busID, uint8_t slave, uint8_t readCou
     Entered("IPMISendAMICmd");
     if (writeCount > kMaxAMIWrite || (writeCount > 0 && write == nullptr) ||
         (readCount > 0 && read == nullptr)) {
+        lastSent_ = false;
         Log(SevError, "Failure in sending AMI command.");
         return 1;
     }

@@ -78,7 +78,9 @@ class IPMIRequestVPD : public IPMIRequestFrame {
     // be sent.
     uint8_t LastCompletionCode() const { return lastCompletionCode_; }
     // True when the last answer said the BMC does not know the command (C1h).
-    bool LastRefused() const { return lastCompletionCode_ == kInvalidCommand; }
+    bool LastRefused() const { return lastSent_ && lastCompletionCode_ == kInvalidCommand; }
+    // True when the last request reached the BMC and an answer came back.
+    bool LastSent() const { return lastSent_; }
 
     static constexpr uint8_t kInvalidCommand = 0xC1;
 
@@ -99,6 +101,7 @@ class IPMIRequestVPD : public IPMIRequestFrame {
     int GetFPGA(const char* op, uint8_t command, const uint8_t* data, uint8_t count, uint8_t* out);
 
     uint8_t lastCompletionCode_ = 0;
+    bool lastSent_ = false;
 };
 
 } // namespace ipmisel

@@ -1,5 +1,5 @@
 // One firmware element as it will be written: its properties, texts or byte
-// arrays, in the order they are added. The collectors fill an entry from the
+// arrays, in the order they are added. The collectors fill an element from the
 // answers of IPMIRequestVPD and write it as one instance of their class.
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace ipmisel {
 
-class IPMIVPDEntry {
+class FirmwareElement {
   public:
     struct Property {
         std::string name;
@@ -57,10 +57,10 @@ std::string HexText(const uint8_t* bytes, size_t count);
 // trailing zeros or blanks dropped); "" when they are not text.
 std::string PrintableText(const uint8_t* bytes, size_t count);
 
-// Adds the Get Device ID fields of `data` (count 11 to 15 bytes) to `entry`,
+// Adds the Get Device ID fields of `data` (count 11 to 15 bytes) to `element`,
 // in this order: "VersionString", "MajorVersion", "MinorVersion",
 // "IPMIVersion", "DeviceID", "DeviceRevision", "ManufacturerID", "ProductID"
 // and, when all four bytes came, "AuxFirmwareRevision".
-void AddDeviceIDProperties(IPMIVPDEntry& entry, const uint8_t* data, size_t count);
+void AddDeviceIDProperties(FirmwareElement& element, const uint8_t* data, size_t count);
 
 } // namespace ipmisel

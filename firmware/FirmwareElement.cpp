@@ -1,4 +1,4 @@
-#include "firmware/IPMIVPDEntry.h"
+#include "firmware/FirmwareElement.h"
 
 #include <cstring>
 
@@ -34,14 +34,14 @@ std::string Decimal(unsigned long value) {
 
 // ---- the entry ---------------------------------------------------------------------
 
-void IPMIVPDEntry::AddText(const char* name, const std::string& value) {
+void FirmwareElement::AddText(const char* name, const std::string& value) {
     Property p;
     p.name = name;
     p.text = value;
     properties_.push_back(std::move(p));
 }
 
-void IPMIVPDEntry::AddBytes(const char* name, const uint8_t* bytes, size_t count) {
+void FirmwareElement::AddBytes(const char* name, const uint8_t* bytes, size_t count) {
     Property p;
     p.name = name;
     p.isBytes = true;
@@ -51,7 +51,7 @@ void IPMIVPDEntry::AddBytes(const char* name, const uint8_t* bytes, size_t count
     properties_.push_back(std::move(p));
 }
 
-const std::string* IPMIVPDEntry::GetText(const char* name) const {
+const std::string* FirmwareElement::GetText(const char* name) const {
     for (const Property& p : properties_) {
         if (!p.isBytes && p.name == name) {
             return &p.text;
@@ -60,7 +60,7 @@ const std::string* IPMIVPDEntry::GetText(const char* name) const {
     return nullptr;
 }
 
-int IPMIVPDEntry::Export(fdriIOHandle* io, const char* className) const {
+int FirmwareElement::Export(fdriIOHandle* io, const char* className) const {
     if (fdrGetInstance(io, className) != QSV_SUCCESS) {
         LogF(SevFailure, "Error adding %s.", className);
         return 1;
@@ -174,7 +174,7 @@ std::string PrintableText(const uint8_t* bytes, size_t count) {
     return std::string(reinterpret_cast<const char*>(bytes), end);
 }
 
-void AddDeviceIDProperties(IPMIVPDEntry& entry, const uint8_t* d, size_t count) {
+void AddDeviceIDProperties(FirmwareElement& entry, const uint8_t* d, size_t count) {
     if (d == nullptr || count < kAuxRevision) {
         return;
     }
