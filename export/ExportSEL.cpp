@@ -4,10 +4,10 @@
 #include <cstring>
 #include <string>
 
-#include "export/ExportConfig.h"
-#include "mapping/IPMIMapping.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "export/ExportConfig.h"
+#include "mapping/IPMIMapping.h"
 
 using namespace NOXAQSV20;
 
@@ -345,6 +345,10 @@ bool FilteredOnFirstNode(int32_t node, const IPMISELEntry& rec) {
 } // namespace
 
 bool g_driveNumberingFlag = false;
+
+const char* OEMDecoderFailureText(uint8_t recordType) {
+    return KindOf(recordType).failure;
+}
 
 int FillSELArray(TCPluginCallbacks*, const char* selText, IPMISELEntry* records, uint32_t count) {
     Log(SevTrace, "FillSELArray() function entered.");

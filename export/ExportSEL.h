@@ -19,4 +19,8 @@ int ExportSEL(int32_t node, NOXAQSV20::TCPluginCallbacks* cb, NOXAQSV20::fdriIOH
               const SDRCache& cache, IPMISELEntry* records, uint32_t count, int32_t recordOffset,
               const std::vector<AuxLogRecord>& auxRecords, NOXAQSV20::SPLibrary* library);
 
+// What "Message" says instead of the text when the OEM decoder of a C0h, C1h,
+// E0h or E1h record reports a failure; null for every other record type.
+const char* OEMDecoderFailureText(uint8_t recordType);
+
 } // namespace ipmisel
