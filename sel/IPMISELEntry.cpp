@@ -227,8 +227,9 @@ int IPMISELEntry::GetEventData(IPMIMapping& mapping, TCPluginCallbacks* cb, char
     if (type == 0x01) {
         mapping.GetThresholdOffset(cb, ed1, ed2, ed3, text, sizeof text, conversion);
     } else if (type >= 0x02 && type <= 0x0C) {
+        // The name keys a site's own words for OEM codes, as for 6Fh below.
         mapping.GetGenericOffset(cb, ed1, ed2, ed3, type, SensorType(), SensorNumber(), text,
-                                 sizeof text);
+                                 sizeof text, sensorName);
     } else if (type == 0x6F) {
         mapping.GetSensorOffset(cb, SensorType(), ed1, ed2, ed3, type, text, sizeof text,
                                 sensorName, SensorNumber());
