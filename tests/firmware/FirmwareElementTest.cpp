@@ -184,7 +184,8 @@ TEST_F(FirmwareTest, CPLDVersionsOfEverySelectorThatAnswered) {
 
 TEST_F(FirmwareTest, FPGAVersionsRevisionsAndBuildProperties) {
     // Selector 0 answers fully; selector 1 sends five bytes, which are no
-    // version; selector 2 has no SPI revisions (FFh). Of the build
+    // version; selector 2 has no SPI revisions (FFh), selector 3 sends three
+    // revision bytes. Of the build
     // properties one answers, one carries a non-zero status, one is too
     // short to hold a value.
     Load(R"([{"oem": [
@@ -193,6 +194,8 @@ TEST_F(FirmwareTest, FPGAVersionsRevisionsAndBuildProperties) {
         {"netfn": "0x3A", "cmd": "0x6B", "data": "01", "response": "01 02 03 04 05"},
         {"netfn": "0x3A", "cmd": "0x6B", "data": "02", "response": "0A 00 FF 10"},
         {"netfn": "0x3A", "cmd": "0x90", "data": "02 00 04", "response": "FF 00 00 00"},
+        {"netfn": "0x3A", "cmd": "0x6B", "data": "03", "response": "00 00 00 01"},
+        {"netfn": "0x3A", "cmd": "0x90", "data": "03 00 04", "response": "01 02 03"},
         {"netfn": "0x3A", "cmd": "0xC4", "data": "00 00 00 91", "prefix": true,
          "response": "00 11 22 33 46 42 31 32"},
         {"netfn": "0x3A", "cmd": "0xC4", "data": "00 00 00 93", "prefix": true,
@@ -200,21 +203,24 @@ TEST_F(FirmwareTest, FPGAVersionsRevisionsAndBuildProperties) {
         {"netfn": "0x3A", "cmd": "0xC4", "data": "00 00 00 96", "prefix": true,
          "response": "00 00 00 00 39"}]}])");
     platform.fpga = true;
-    platform.fpgaSelectors = {0x00, 0x01, 0x02};
+    platform.fpgaSelectors = {0x00, 0x01, 0x02, 0x03};
     ASSERT_EQ(0, Collect(CollectFPGAFirmware));
     // No revision request for the FPGA whose version was refused.
-    EXPECT_EQ((std::vector<Bytes>{{0x00, 0x00, 0x04}, {0x02, 0x00, 0x04}}), Sent(0x3A, 0x90));
+    EXPECT_EQ((std::vector<Bytes>{{0x00, 0x00, 0x04}, {0x02, 0x00, 0x04}, {0x03, 0x00, 0x04}}),
+              Sent(0x3A, 0x90));
     ASSERT_EQ(1u, host.instances.size());
     EXPECT_EQ((Props{{"ElementName", "FPGA Firmware"},
                      {"VersionString", "1.2.0.3"},
                      {"FPGA1Version", "1.2.0.3"},
                      {"FPGA1SPIRevisionsRawData", "[05 06 07 08]"},
                      {"FPGA3Version", "10.0.255.16"},
+                     {"FPGA4Version", "0.0.0.1"},
                      {"BuildID", "FB12"},
                      {"SourceNode", "1"}}),
               PropsOf(host.instances[0]));
     EXPECT_EQ((std::vector<LogLine>{
                   {0, "Response length isn't  4 in getting FPGA Version."},
+                  {0, "Response length isn't  4 in getting FPGA Revision."},
                   {2, "Can't get /v2/fpga/build_date because of illegal parameters!"},
                   {2, "Can't get /v2/fpga/build_version because of illegal parameters!"}}),
               Notable());
