@@ -1,6 +1,5 @@
 // Scanning the SDR text pieces into an IPMISDREntry, and the cache built,
-// searched and deleted from such pieces: hand-made, and from a walk over the
-// simulated BMC.
+// searched and deleted from such pieces as the SDR walk leaves them.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -27,7 +26,7 @@ std::string header(uint8_t sensor = 0x30, uint8_t entity = 3, uint8_t id = 7, ui
     return answer({id, 0x01, v, 0x01, 0x40, 0x20, 0x00, sensor, entity, 0x01});
 }
 std::string units(uint8_t m, uint8_t mTop, uint8_t b, uint8_t bTop, uint8_t exponents) {
-    return answer({0x80, 0x01, 0x00, 0x00, m, mTop, b, bTop, 0x00, exponents});
+    return answer({0x80, 0x01, 0x02, 0x07, m, mTop, b, bTop, 0x00, exponents});
 }
 std::string idString(const std::string& name) {
     std::vector<uint8_t> bytes{static_cast<uint8_t>(0xC0 | name.size())};
@@ -46,12 +45,15 @@ TEST(ScanSDR, FieldsFactorsAndLogLines) {
     IPMISDREntry entry;
     ASSERT_EQ(0, scan(entry, header(), kUnits, idString("CPU 1 Temp")));
     // M 310h is 784, not a negative number; exponents F1h are 15 and 1.
-    EXPECT_TRUE(cap.hasLog(3, "M = 784. B = 261. Rexp = 15. Bexp = 1. Lin = 0"));
-    EXPECT_TRUE(cap.hasLog(3, "Results of ScanSDRDataFile:  7 1 81 1 64 48 3 1 128 1 0 202"));
-    // Only the top two bits of the next byte count; each stays raw.
+    EXPECT_TRUE(cap.hasLog(3, "M = 784. B = 261. Rexp = 15. Bexp = 1. Lin = 7"));
+    EXPECT_TRUE(cap.hasLog(3, "Results of ScanSDRDataFile:  7 1 81 1 64 48 3 1 128 1 2 202"));
+    // Only the top two bits of the next byte count; each stays raw, also in
+    // what the reading conversion is handed.
     ASSERT_EQ(0, scan(entry, header(), units(0xFF, 0x3F, 0x00, 0x80, 0x8E), idString("T")));
-    EXPECT_EQ((std::vector<int>{255, 512, 8, 14}),
-              (std::vector<int>{entry.M, entry.B, entry.RExp, entry.BExp}));
+    const SensorConversion c = entry.Conversion();
+    EXPECT_EQ((std::vector<int>{1, 0x80, 1, 2, 7, 255, 512, 8, 14}),
+              (std::vector<int>{c.RecordType, c.SensorUnits1, c.BaseUnit, c.ModifierUnit,
+                                c.Linearization, c.M, c.B, c.RExp, c.BExp}));
 }
 
 TEST(ScanSDR, IDStringCleaningAndUnreadablePieces) {
@@ -63,8 +65,7 @@ TEST(ScanSDR, IDStringCleaningAndUnreadablePieces) {
     } cases[] = {
         {header(), kUnits, idString("Fan-1"), 0, "Fan"},
         {header(), kUnits, idString("Sys.Temp_2\xFF\xFF"), 0, "Sys.Temp_2"},       // top bit set
-        {header(), kUnits, idString("ABCDEFGHIJKLMNOPQR"), 0, "ABCDEFGHIJKLMNOP"}, // 16 read
-        {header(), kUnits, idString("-5V"), 0, ""},
+        {header(), kUnits, idString("AZ az 09._ABCDEFGH"), 0, "AZ az 09._ABCDEF"}, // 16 read
         // The type/length byte says 3 characters; it does not cut the string.
         {header(), kUnits, answer({0xC3, 'F', 'a', 'n', '1', '2'}), 0, "Fan12"},
         {"", kUnits, s, 1, "Error in reading data file for SDRHeaderData."},
@@ -109,23 +110,25 @@ class Cache : public ::testing::Test {
     SDRCache cache;
 };
 
-TEST_F(Cache, RepositoryOrderFirstOfOneNumberWinsVersionMismatchKept) {
+TEST_F(Cache, RepositoryOrderFirstOfOneNumberWinsStopsAtAnUnreadableBlock) {
     // The info text fills its 64 characters with no terminator, on the heap.
     auto info = std::make_unique<char[]>(SDRInfoTextSize);
     std::memcpy(info.get(), ("00 51" + std::string(SDRInfoTextSize, ' ')).data(), SDRInfoTextSize);
-    ASSERT_EQ(0, CreateSDRCache(new IPMISDREntry, cache,
-                                {block(0x30, 3, "Temp A", 1), block(0x31, 3, "Fan-1", 2),
-                                 block(0x44, 9, "Old", 3, 0x02), block(0x30, 7, "Temp B", 4)},
-                                info.get()));
+    std::vector<SDRTextBlock> blocks = {block(0x30, 3, "Temp A", 1),    block(0x31, 3, "Fan-1", 2),
+                                        block(0x44, 9, "Old", 3, 0x02), block(0x30, 7, "Temp B", 4),
+                                        block(0x45, 3, "Lost", 5),      block(0x46, 3, "After", 6)};
+    std::memset(blocks[4].text + 160, 0, 64); // its string piece is unreadable
+    ASSERT_EQ(0, CreateSDRCache(new IPMISDREntry, cache, blocks, info.get()));
     std::vector<std::string> names;
     for (const IPMISDREntry* e : cache) {
         names.push_back(e->IDString);
     }
     EXPECT_EQ((std::vector<std::string>{"Temp A", "Fan", "", "Temp B"}), names);
+    EXPECT_TRUE(cap.hasLog(1, "Failed to scan all SDRs from buffer."));
     EXPECT_EQ(3u, cap.countLog("strlen(SDRstring) = 64")); // each one read within its width
     ASSERT_NE(nullptr, FindSDR(cache, 0x30));
     EXPECT_EQ(3, FindSDR(cache, 0x30)->EntityID);
-    EXPECT_EQ(nullptr, FindSDR(cache, 0x99));
+    EXPECT_EQ(nullptr, FindSDR(cache, 0x46));
     // A version-02h record: header fields only, record ID 0, found by its number.
     EXPECT_TRUE(cap.hasLog(1, "This SDR entry (ID 259, vers 0x2) does not match the current IPMI "
                               "Version (0x51).\n"));
@@ -134,55 +137,19 @@ TEST_F(Cache, RepositoryOrderFirstOfOneNumberWinsVersionMismatchKept) {
     EXPECT_EQ((std::vector<int>{0, 0, 2, 9, 0}),
               (std::vector<int>{old->RecordIDHigh, old->RecordIDLow, old->SDRVersion, old->EntityID,
                                 old->M}));
-}
-
-TEST_F(Cache, RejectedInfoLeavesItEmptyAndFreesTheFirstEntry) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"00 02 05 00 ",
-         "This SDR Version (0x2) does not match the current IPMI Version (0x51).\n"},
-        {nullptr, "Error in reading data file for SDRInfostring"},
-    };
-    for (const auto& [info, line] : cases) {
-        cap.clear();
-        EXPECT_EQ(1, CreateSDRCache(new IPMISDREntry, cache, {block(0x30, 3, "A", 1)}, info));
-        EXPECT_TRUE(cache.empty());
-        EXPECT_TRUE(cap.hasLog(line));
-        EXPECT_TRUE(cap.hasLog(0, "Failed to obtain correct SDR info."));
-    }
-}
-
-TEST_F(Cache, ScanFailureOnTheThirdOfFiveKeepsTwoAndDeletingTwiceIsSafe) {
-    std::vector<SDRTextBlock> blocks;
-    for (uint8_t id = 1; id <= 5; ++id) {
-        blocks.push_back(block(0x30 + id, 3, "S", id));
-    }
-    std::memset(blocks[2].text + 160, 0, 64); // the third's string piece is unreadable
-    EXPECT_EQ(0, CreateSDRCache(new IPMISDREntry, cache, blocks, "00 51 "));
-    EXPECT_EQ(2u, cache.size());
-    EXPECT_TRUE(cap.hasLog(1, "Failed to scan all SDRs from buffer."));
-    EXPECT_EQ(0, DeleteSDRCache(cache)); // and again when the test ends
+    // Emptied, so the second delete when the test ends frees nothing twice.
+    EXPECT_EQ(0, DeleteSDRCache(cache));
     EXPECT_TRUE(cache.empty());
 }
 
-TEST_F(Cache, BMCThatRefusesLongReadsKeepsTheRecordsBefore) {
-    // Count FFh for more than 12 bytes answers CAh: the long name of the third
-    // of five records stops the walk; the two before it reach the cache.
-    cap.useScenario(R"({"nodes": [{"sdr": {"maxReadCount": 12, "records": [
-        {"full": {"number": 48, "name": "CPU 1 Temp"}},
-        {"compact": {"number": 80, "entityId": 29, "name": "Fan-1 Tach"}},
-        {"full": {"number": 50, "name": "System Board T"}}, {"full": {"number": 51}},
-        {"fruLocator": {"name": "Board"}}]}}]})");
-    IPMIRequestSDR sdr(NOXAQSV20::SPLibrary::GetSplibraryInstance(0));
-    char info[SDRInfoTextSize] = {};
-    std::vector<SDRTextBlock> blocks;
-    EXPECT_EQ(1, sdr.IPMIGetSDREntry(blocks, info));
-    EXPECT_TRUE(cap.hasLog(1, "IPMI error in obtaining sensor data record string: Cannot return "
-                              "number of requested data bytes."));
-    ASSERT_EQ(0, CreateSDRCache(new IPMISDREntry, cache, blocks, info));
-    ASSERT_EQ(2u, cache.size());
-    EXPECT_NE(nullptr, FindSDR(cache, 48));
-    ASSERT_NE(nullptr, FindSDR(cache, 80));
-    EXPECT_EQ(2, FindSDR(cache, 80)->RecordType);
+TEST_F(Cache, RejectedInfoLeavesItEmptyAndFreesTheFirstEntry) {
+    EXPECT_EQ(1, CreateSDRCache(new IPMISDREntry, cache, {block(0x30, 3, "A", 1)}, "00 02 05 "));
+    EXPECT_TRUE(cache.empty());
+    EXPECT_TRUE(
+        cap.hasLog(1, "This SDR Version (0x2) does not match the current IPMI Version (0x51).\n"));
+    EXPECT_TRUE(cap.hasLog(0, "Failed to obtain correct SDR info."));
+    EXPECT_EQ(1, CreateSDRCache(nullptr, cache, {}, nullptr));
+    EXPECT_TRUE(cap.hasLog(0, "Error in reading data file for SDRInfostring"));
 }
 
 } // namespace
