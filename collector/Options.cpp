@@ -21,7 +21,21 @@ const std::vector<std::string>& knownClasses() {
 }
 
 std::vector<std::string> Options::effectiveClasses() const {
-    return classes.empty() ? knownClasses() : classes;
+    if (classes.empty()) {
+        return knownClasses();
+    }
+    // The driver runs the classes in the order it is handed them, and the
+    // debug records are matched against the log records the same collection
+    // read before them: "--class OXASG_VTXAuxDebugRecord --class
+    // OXASG_IPMILogRecord" would otherwise find no log record. So the given
+    // classes (all known ones, checked when parsed) go in the driver's order.
+    std::vector<std::string> ordered;
+    for (const auto& known : knownClasses()) {
+        if (std::find(classes.begin(), classes.end(), known) != classes.end()) {
+            ordered.push_back(known);
+        }
+    }
+    return ordered;
 }
 
 namespace {

@@ -13,18 +13,20 @@ ParsedOptions parse(std::vector<std::string> args) {
 
 TEST(Options, DefaultsValuesInBothSpellingsAndHelp) {
     // A value starting with "--" only in the --name=VALUE form; one dash is a value.
-    auto p = parse({"--format=csv", "--log-level", "0", "--class", "OXASG_IPMIFRU",
-                    "--class=OXASG_IPMILogRecord", "--class", "OXASG_IPMIFRU", "--sim=--odd.json",
-                    "--out", "-"});
+    auto p = parse({"--format=csv", "--log-level", "0", "--class", "OXASG_VTXAuxDebugRecord",
+                    "--class", "OXASG_IPMIFRU", "--class=OXASG_IPMILogRecord", "--class",
+                    "OXASG_IPMIFRU", "--sim=--odd.json", "--out", "-"});
     ASSERT_EQ(p.error, "");
     const Options& o = p.options;
     EXPECT_EQ(o.format, Format::Csv);
     EXPECT_EQ(o.logLevel, 0);
     EXPECT_EQ(o.simFile, "--odd.json");
     EXPECT_EQ(o.outFile, "-");
-    // Order kept, the repeated class asked for once only.
+    // In the driver's order (log records before the debug records matched
+    // against them), each once.
     EXPECT_EQ(o.effectiveClasses(),
-              (std::vector<std::string>{"OXASG_IPMIFRU", "OXASG_IPMILogRecord"}));
+              (std::vector<std::string>{"OXASG_IPMILogRecord", "OXASG_VTXAuxDebugRecord",
+                                        "OXASG_IPMIFRU"}));
     // None given: every class, in the driver's order; the format is chosen
     // later (a table on a terminal).
     p = parse({});
