@@ -1,0 +1,181 @@
+// Reading the values of a scenario document. Every mistake a person can make
+// in one is refused with one line naming the file, the place in the document
+// ("nodes[0].sel.records[3]") and the problem; keys nobody asked for are
+// refused too, so a misspelt field never passes silently as its default.
+// The scenario parser's sections (platform, SEL, SDR, FRU, auxiliary log,
+// OEM answers) all read through these two classes, so a value is checked and
+// described the same way wherever it stands.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
+#include <limits>
+#include <optional>
+#include <set>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace ipmisel::sim::scenario {
+
+using json = nlohmann::json;
+
+// "an integer", "a string", "a list", ... for "expected X, got Y".
+std::string typeName(const json& v);
+
+// Reads bare values and knows which file they came from.
+class ValueReader {
+  public:
+    explicit ValueReader(std::string origin) : origin_(std::move(origin)) {}
+
+    // Throws ScenarioError "<file>: <place>: <problem>" (no place: "<file>: <problem>").
+    [[noreturn]] void fail(const std::string& place, const std::string& problem) const;
+
+    // The place of a key in an object and of an item in a list.
+    static std::string key(const std::string& place, const std::string& k) {
+        return place.empty() ? k : place + "." + k;
+    }
+    static std::string item(const std::string& place, size_t i) {
+        return place + "[" + std::to_string(i) + "]";
+    }
+
+    // A JSON integer or text ("31", "0x1F", "-5") within min..max.
+    int64_t number(const json& v, const std::string& place, int64_t min, int64_t max) const;
+    // Hex text ("01 0A FF") or a list of numbers 0..255.
+    std::vector<uint8_t> bytes(const json& v, const std::string& place) const;
+    // The same, of exactly `count` bytes: "<n> bytes, <what> has <count>".
+    std::vector<uint8_t> fixedBytes(const json& v, const std::string& place, size_t count,
+                                    const char* what) const;
+    bool flag(const json& v, const std::string& place) const;
+    std::string text(const json& v, const std::string& place) const;
+    const json& list(const json& v, const std::string& place) const;
+    // Seconds since 1970, or a UTC date and time "2024-03-01T12:00:00Z" (the
+    // "T" may be a blank; the seconds and the "Z" may be left out).
+    uint32_t timestamp(const json& v, const std::string& place) const;
+
+    // Calls read(item, place) for each item of a list.
+    template <class Read>
+    void eachItem(const json& v, const std::string& place, Read&& read) const {
+        list(v, place);
+        for (size_t i = 0; i < v.size(); ++i) {
+            read(v[i], item(place, i));
+        }
+    }
+
+    // Calls read(number, value, place) for each key of an object that is a
+    // number 0..255 ("0", "0x01"); a key that is not one is refused.
+    template <class Read>
+    void eachNumberedKey(const json& obj, const std::string& place, bool skipComment,
+                         Read&& read) const {
+        for (auto it = obj.begin(); it != obj.end(); ++it) {
+            if (skipComment && it.key() == "comment") {
+                continue;
+            }
+            std::string here = place + "[\"" + it.key() + "\"]";
+            read(static_cast<uint8_t>(number(json(it.key()), here, 0, 255)), it.value(), here);
+        }
+    }
+
+  private:
+    uint32_t dateTime(const std::string& s, const std::string& place) const;
+
+    std::string origin_;
+};
+
+// The keys of one JSON object, read one by one with their checks; whatever
+// was not asked for is refused by finish(). "comment" is allowed everywhere
+// and ignored. Each getter leaves `out` alone and returns false when the key
+// is not there, so the caller's default stays.
+class FieldReader {
+  public:
+    // `what` names the object in "expected <what>, got ..." when it is none.
+    FieldReader(const ValueReader& values, const json& obj, std::string place,
+                const char* what = "an object");
+
+    const ValueReader& values() const { return values_; }
+    bool has(const char* k) const { return obj_.contains(k); }
+    std::string at(const char* k) const { return ValueReader::key(place_, k); }
+    const std::string& place() const { return place_; }
+
+    [[noreturn]] void fail(const std::string& problem) const { values_.fail(place_, problem); }
+    [[noreturn]] void fail(const char* k, const std::string& problem) const {
+        values_.fail(at(k), problem);
+    }
+
+    // The raw value, marked as known; null when the key is not there.
+    const json* get(const char* k);
+
+    template <std::integral T>
+    bool num(const char* k, T& out, int64_t min = std::numeric_limits<T>::min(),
+             int64_t max = std::numeric_limits<T>::max()) {
+        return read(k, out, [&](const json& v, const std::string& place) {
+            return static_cast<T>(values_.number(v, place, min, max));
+        });
+    }
+    template <std::integral T> void optNum(const char* k, std::optional<T>& out) {
+        T v{};
+        if (num(k, v)) {
+            out = v;
+        }
+    }
+    bool flag(const char* k, bool& out) { return read(k, out, &ValueReader::flag); }
+    bool text(const char* k, std::string& out) { return read(k, out, &ValueReader::text); }
+    bool bytes(const char* k, std::vector<uint8_t>& out) {
+        return read(k, out, &ValueReader::bytes);
+    }
+    template <size_t N> bool bytes(const char* k, std::array<uint8_t, N>& out, const char* what) {
+        return read(k, out, [&](const json& v, const std::string& place) {
+            std::array<uint8_t, N> a{};
+            auto b = values_.fixedBytes(v, place, N, what);
+            std::copy(b.begin(), b.end(), a.begin());
+            return a;
+        });
+    }
+    bool timestamp(const char* k, uint32_t& out) { return read(k, out, &ValueReader::timestamp); }
+
+    // Several fields of one type, read in the order given (so the first
+    // mistake in that order is the one reported); numbers take their type's
+    // whole range.
+    template <class T> void each(std::initializer_list<std::pair<const char*, T*>> fields) {
+        for (const auto& [k, out] : fields) {
+            if constexpr (std::is_same_v<T, bool>) {
+                flag(k, *out);
+            } else if constexpr (std::is_same_v<T, std::string>) {
+                text(k, *out);
+            } else {
+                num(k, *out);
+            }
+        }
+    }
+
+    // Refuses the first key that no getter asked for.
+    void finish() const;
+
+  private:
+    // Reads key k, when it is there, with convert(value, place): a member of
+    // ValueReader or a callable.
+    template <class T, class Convert> bool read(const char* k, T& out, Convert convert) {
+        const json* v = get(k);
+        if (v) {
+            if constexpr (std::is_member_function_pointer_v<Convert>) {
+                out = (values_.*convert)(*v, at(k));
+            } else {
+                out = convert(*v, at(k));
+            }
+        }
+        return v != nullptr;
+    }
+
+    const ValueReader& values_;
+    const json& obj_;
+    std::string place_;
+    std::set<std::string> known_;
+};
+
+} // namespace ipmisel::sim::scenario
