@@ -174,22 +174,33 @@ const Layout kSmiLayouts[] = {
     {3, kLinkFields, std::size(kLinkFields)},
 };
 
-struct DetailRecord {
-    const uint8_t* bytes;       // as received
-    const uint8_t* recordBytes; // where each came from
-    size_t count;
+// What tells the two records apart.
+struct DetailKind {
+    const uint8_t* recordBytes; // where each byte received came from
     int32_t titleId;
-    int32_t typeBase;
+    int32_t typeBase; // type texts, as the time-stamped record's
     uint8_t typeCount;
     const Layout* layouts;
     size_t layoutCount;
 };
+const DetailKind kPostDetail{.recordBytes = kPostRecordBytes,
+                             .titleId = ids::kPostDetailTitle,
+                             .typeBase = ids::kPostTypeBase,
+                             .typeCount = 7,
+                             .layouts = kPostLayouts,
+                             .layoutCount = std::size(kPostLayouts)};
+const DetailKind kSmiDetail{.recordBytes = kSmiRecordBytes,
+                            .titleId = ids::kSmiDetailTitle,
+                            .typeBase = ids::kSmiTypeBase,
+                            .typeCount = 6,
+                            .layouts = kSmiLayouts,
+                            .layoutCount = std::size(kSmiLayouts)};
 
 // Builds the text of one non-time-stamped record and appends it to out. A
 // text the message file lacks leaves a gap (and a log line); the numbers are
 // still written. Returns 0 when text was appended, 1 when out had no room.
-int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& r, char* out,
-               uint32_t size) {
+int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailKind& r,
+               const uint8_t* bytes, size_t count, char* out, uint32_t size) {
     char word[256];
     auto lookup = [&](int32_t id) -> const char* {
         if (mapping.GetINIStringById(cb, id, word, sizeof word) != 0) {
@@ -199,17 +210,17 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& 
     };
     // Index of a record byte among those received, when it was received.
     auto indexOf = [&](uint8_t recordByte) -> size_t {
-        for (size_t i = 0; i < r.count; ++i) {
+        for (size_t i = 0; i < count; ++i) {
             if (r.recordBytes[i] == recordByte) {
                 return i;
             }
         }
-        return r.count;
+        return count;
     };
 
     char text[512] = {};
     TextAppendF(text, sizeof text, "%s: ", lookup(r.titleId));
-    const uint8_t type = r.bytes[3];
+    const uint8_t type = bytes[3];
     if (type < r.typeCount) {
         TextAppendF(text, sizeof text, "%s. ", lookup(r.typeBase + type));
     }
@@ -217,7 +228,7 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& 
     // the identifier ties the two together.
     TextAppendF(text, sizeof text, "%s 1. ", lookup(ids::kRecordPart));
     TextAppendF(text, sizeof text, "%s %u. ", lookup(ids::kEventIdentifier),
-                number24(r.bytes[0], r.bytes[1], r.bytes[2]));
+                number24(bytes[0], bytes[1], bytes[2]));
 
     const Field* fields = nullptr;
     size_t fieldCount = 0;
@@ -234,12 +245,12 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& 
         const size_t at = indexOf(f.first);
         const size_t n = static_cast<size_t>(f.last - f.first) + 1;
         // A field is read only when all its bytes arrived side by side.
-        if (at + n > r.count || r.recordBytes[at + n - 1] != f.last) {
+        if (at + n > count || r.recordBytes[at + n - 1] != f.last) {
             continue;
         }
         TextAppend(text, sizeof text, separator);
         separator = ", ";
-        const uint8_t v = r.bytes[at];
+        const uint8_t v = bytes[at];
         switch (f.kind) {
         case FieldKind::Dec:
             TextAppendF(text, sizeof text, "%s %u", lookup(f.id), v);
@@ -253,7 +264,7 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& 
         case FieldKind::Hex: {
             uint32_t value = 0;
             for (size_t j = n; j-- > 0;) {
-                value = value << 8 | r.bytes[at + j];
+                value = value << 8 | bytes[at + j];
             }
             TextAppendF(text, sizeof text, "%s %0*Xh", lookup(f.id), static_cast<int>(2 * n),
                         value);
@@ -285,13 +296,13 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& 
     // named by its record byte numbers: "Data bytes 7-11: A7 A8 A9 AA AB,
     // byte 15: AF".
     bool first = true;
-    for (size_t i = kFirstFieldIndex; i < r.count;) {
+    for (size_t i = kFirstFieldIndex; i < count;) {
         if (shown[i]) {
             ++i;
             continue;
         }
         size_t end = i + 1;
-        while (end < r.count && !shown[end] && r.recordBytes[end] == r.recordBytes[end - 1] + 1) {
+        while (end < count && !shown[end] && r.recordBytes[end] == r.recordBytes[end - 1] + 1) {
             ++end;
         }
         TextAppend(text, sizeof text, separator);
@@ -307,7 +318,7 @@ int detailText(IPMIMapping& mapping, TCPluginCallbacks* cb, const DetailRecord& 
                         r.recordBytes[end - 1]);
         }
         for (; i < end; ++i) {
-            TextAppendF(text, sizeof text, " %02X", r.bytes[i]);
+            TextAppendF(text, sizeof text, " %02X", bytes[i]);
         }
     }
     TextAppend(text, sizeof text, ". ");
@@ -399,10 +410,7 @@ int IPMIMapping::GetOEMxC1(TCPluginCallbacks* cb, uint8_t b7, uint8_t b8, uint8_
 int IPMIMapping::GetOEMxE0(TCPluginCallbacks* cb, const uint8_t (&bytes)[10], char* out,
                            uint32_t size) {
     Log(SevTrace, "IPMIMapping::GetOEMxE0() function entered.");
-    const DetailRecord record{
-        bytes, kPostRecordBytes, std::size(bytes),       ids::kPostDetailTitle, ids::kPostTypeBase,
-        7,     kPostLayouts,     std::size(kPostLayouts)};
-    int result = detailText(*this, cb, record, out, size);
+    int result = detailText(*this, cb, kPostDetail, bytes, std::size(bytes), out, size);
     Log(SevTrace, "IPMIMapping::GetOEMxE0() function completed.");
     return result;
 }
@@ -410,10 +418,7 @@ int IPMIMapping::GetOEMxE0(TCPluginCallbacks* cb, const uint8_t (&bytes)[10], ch
 int IPMIMapping::GetOEMxE1(TCPluginCallbacks* cb, const uint8_t (&bytes)[13], char* out,
                            uint32_t size) {
     Log(SevTrace, "IPMIMapping::GetOEMxE1() function entered.");
-    const DetailRecord record{
-        bytes, kSmiRecordBytes, std::size(bytes),      ids::kSmiDetailTitle, ids::kSmiTypeBase,
-        6,     kSmiLayouts,     std::size(kSmiLayouts)};
-    int result = detailText(*this, cb, record, out, size);
+    int result = detailText(*this, cb, kSmiDetail, bytes, std::size(bytes), out, size);
     Log(SevTrace, "IPMIMapping::GetOEMxE1() function completed.");
     return result;
 }

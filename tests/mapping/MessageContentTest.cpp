@@ -21,6 +21,7 @@ TEST(ShippedMessages, EveryIdFindsItsOwnLineAndEveryUsedIdIsThere) {
     for (std::string line; std::getline(in, line);) {
         size_t eq = line.find('=');
         ASSERT_NE(eq, std::string::npos) << line;
+        EXPECT_LT(line.size(), 200u) << line;
         all[std::stoi(line)] = line.substr(eq + 1);
     }
     ASSERT_FALSE(all.empty());
@@ -28,6 +29,12 @@ TEST(ShippedMessages, EveryIdFindsItsOwnLineAndEveryUsedIdIsThere) {
         int result = -1;
         EXPECT_EQ(h.lookup(std::to_string(id), &result), text) << id;
         EXPECT_EQ(result, 0) << id;
+        // A run of digits in a text would answer for an id or key holding it.
+        for (size_t i = 0; i + 1 < text.size(); ++i) {
+            EXPECT_FALSE(std::isdigit(static_cast<unsigned char>(text[i])) &&
+                         std::isdigit(static_cast<unsigned char>(text[i + 1])))
+                << id << " " << text;
+        }
         // Only these are formats; every other text is appended as it stands.
         if (id == 286 || id == 347 || id == 543 || id == 544) {
             EXPECT_TRUE(message::IsOneNumberFormat(text.c_str())) << id;
