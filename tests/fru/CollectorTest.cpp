@@ -1,0 +1,193 @@
+// The FRU collector of one node: which locators are read, which layout gives
+// each instance its properties, and how the instances are written.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+
+#include "fru/FRUCollector.h"
+#include "host/sim/SimBmc.h"
+#include "tests/fru/FRUTestSupport.h"
+
+namespace ipmisel::test {
+namespace {
+
+using Names = std::vector<std::string>;
+
+// A board area in the layout our boards use, so that the fixed places and
+// the type/length fields find the same texts: maker at 7 (30 characters),
+// product name at 38 (32), serial at 71 (30), part at 102 (31), FRU file ID
+// (the FRU number) at 134.
+Bytes MainboardImage() {
+    const Bytes board = Area(Cat({{0x00, 0x01, 0x00, 0x00},
+                                  Text8("OXA" + std::string(27, ' ')),
+                                  Text8("System Board " + std::string(19, 'X')),
+                                  Text8("SN" + std::string(28, '7')),
+                                  Text8(std::string(31, 'P')),
+                                  Text8("FRU-0042"),
+                                  {0xC1}}));
+    return Image(Area(Cat({{0x17}, Text8("CP"), {0xC1}})), board, {});
+}
+
+Bytes DimmImage() {
+    Bytes spd(256);
+    spd[2] = 0x0B;
+    spd[117] = 0x80;
+    spd[118] = 0xCE;
+    const Bytes serial = {0x01, 0x02, 0x03, 0x04};
+    std::copy(serial.begin(), serial.end(), spd.begin() + 122);
+    Put(spd, 128, "M393B1K70DH0-CK0");
+    return spd;
+}
+
+// Fixed-offset VPD with different texts at the rack places (14..) and the
+// blade places (60..).
+Bytes BackplaneImage() {
+    Bytes vpd(128);
+    Put(vpd, 14, "RACK+PART-1 FRU-RACK    RSER01      RVND");
+    Put(vpd, 60, "BLADE-PART  FRU-BLADE   BSER02      BVND");
+    return vpd;
+}
+
+class Collector : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        sim::NodeSetup first;
+        first.sdrRecords = {
+            Locator(1, 0, "Mainboard"), Locator(2, 1, "CPU"),        Locator(3, 2, "DIMM"),
+            Locator(4, 3, "CMOS"),      Locator(5, 0, "PSU", false), Locator(6, 4, "Backplane"),
+            Locator(7, 5, "Empty"),     Locator(8, 6, "WHEA"),       Locator(9, 7, "QSV")};
+        first.fru = {{0, MainboardImage()}, {1, Bytes(64, 0x11)},  {2, DimmImage()},
+                     {3, MainboardImage()}, {4, BackplaneImage()}, {6, MainboardImage()},
+                     {7, MainboardImage()}};
+        sim::NodeSetup second;
+        second.sdrRecords = {Locator(1, 0, "Mainboard")};
+        second.fru = {{0, MainboardImage()}};
+        nodes = {std::make_shared<sim::SimBmc>(first), std::make_shared<sim::SimBmc>(second)};
+        host.setNodes({nodes[0], nodes[1]});
+    }
+
+    void Collect(int node) {
+        CollectFRUInventory(host::hostCallbacks(), host::outputHandle(),
+                            NOXAQSV20::SPLibrary::GetSplibraryInstance(node), node, entry);
+    }
+
+    std::vector<int> DevicesRead(int node) const {
+        std::vector<int> devices;
+        for (const auto& r : nodes[node]->received()) {
+            if (r.cmd == 0x11 && (devices.empty() || devices.back() != r.data[0])) {
+                devices.push_back(r.data[0]);
+            }
+        }
+        return devices;
+    }
+
+    HostCapture host;
+    std::vector<std::shared_ptr<sim::SimBmc>> nodes;
+    IPMIVPDEntry entry;
+};
+
+TEST_F(Collector, OneInstancePerReadableLogicalFRUInRepositoryOrder) {
+    Collect(0);
+    Collect(1);
+    // Not read: CMOS, WHEA, QSV and the physical PSU locator; Empty answers CBh.
+    EXPECT_EQ((std::vector<int>{0, 1, 2, 4, 5}), DevicesRead(0));
+    size_t deviceZeroReads = 0;
+    for (const auto& r : nodes[0]->received()) {
+        deviceZeroReads += r.cmd == 0x11 && r.data[0] == 0;
+    }
+    EXPECT_EQ(33u, deviceZeroReads);
+
+    const auto instances = host.instancesOf("OXASG_IPMIFRU");
+    ASSERT_EQ(5u, instances.size());
+    Names names;
+    for (const auto& i : instances) {
+        names.push_back(i.get("ElementName") + "@" + i.get("SourceNode"));
+    }
+    EXPECT_EQ((Names{"Mainboard@1", "CPU@1", "DIMM@1", "Backplane@1", "Mainboard@2"}), names);
+
+    // Ascending names; the five keep what the fixed places hold (the maker
+    // with its blanks), the standard fields are decoded and trimmed.
+    const std::vector<std::pair<std::string, std::string>> mainboard = {
+        {"BoardManufacturer", "OXA"},
+        {"BoardMfgDateTime", "19960101000100.000000+000"},
+        {"BoardPartNumber", std::string(31, 'P')},
+        {"BoardProductName", "System Board " + std::string(19, 'X')},
+        {"BoardSerialNumber", "SN" + std::string(28, '7')},
+        {"ChassisPartNumber", "CP"},
+        {"ChassisType", "Rack Mount Chassis"},
+        {"ElementName", "Mainboard"},
+        {"FRUNumber", "FRU-0042"},
+        {"IdentifyingNumber", " "},
+        {"PartNumber", std::string(31, 'P')},
+        {"SerialNumber", "SN" + std::string(28, '7')},
+        {"SourceNode", "1"},
+        {"Vendor", "OXA" + std::string(27, ' ')},
+    };
+    std::vector<std::pair<std::string, std::string>> got;
+    for (const auto& p : instances[0].properties) {
+        got.emplace_back(p.name, p.text);
+    }
+    EXPECT_EQ(mainboard, got);
+
+    EXPECT_EQ(" ", instances[1].get("Vendor"));
+    EXPECT_EQ("04030201", instances[2].get("SerialNumber"));
+    EXPECT_EQ("Samsung", instances[2].get("Vendor"));
+    EXPECT_EQ("M393B1K70DH0-CK0", instances[2].get("PartNumber"));
+    EXPECT_EQ("", instances[2].get("BoardManufacturer"));
+    EXPECT_EQ("RACKPART1", instances[3].get("PartNumber").substr(0, 9));
+    EXPECT_TRUE(host.hasLog(3, "Added 4 instance of OXASG_IPMIFru"));
+    EXPECT_TRUE(host.hasLog(3, "Added 1 instance of OXASG_IPMIFru"));
+}
+
+TEST_F(Collector, TheBladeTestPicksTheVPDLayout) {
+    auto system = [](const std::string& product) {
+        sim::SmbiosSystem s;
+        s.product = product;
+        return host::smbiosFromStructures({sim::smbiosSystem(s)});
+    };
+    const std::tuple<std::shared_ptr<host::SmbiosSource>, std::string, std::string> cases[] = {
+        {nullptr, "RSER01", "Unable to open SMBIOS lib error = 3"},
+        {host::smbiosFromStructures({sim::smbiosIpmiDevice({})}), "RSER01",
+         "SMBIOSGetFirst rc = 5"},
+        {system("System x3650 M3 -[7945AC1]-"), "RSER01", ""},
+        {system("OXA Stackfield HS22 -[7870AC1]-"), "BSER02", "this is a blade"},
+        {system("Server -[QB20XYZ]-"), "BSER02", "this is a blade"},
+    };
+    for (const auto& [smbios, serial, line] : cases) {
+        host.config().smbios = smbios;
+        host.clear();
+        entry = IPMIVPDEntry();
+        Collect(0);
+        const auto instances = host.instancesOf("OXASG_IPMIFRU");
+        ASSERT_EQ(4u, instances.size());
+        EXPECT_EQ(serial, instances[3].get("SerialNumber")) << line;
+        EXPECT_TRUE(line.empty() || host.logContains(line)) << line;
+    }
+}
+
+TEST_F(Collector, AnInstanceThatCannotBeWrittenIsReportedAndTheOthersFollow) {
+    host.config().failProperty = [](uint64_t instance, const std::string& name) {
+        return instance == 0 && name == "PartNumber";
+    };
+    Collect(0);
+    EXPECT_TRUE(host.hasLog(2, "IPMIFru encountered an error generating CIM instances for "
+                               "Mainboard Error Code: The operation failed."));
+    EXPECT_EQ(3u, host.instancesOf("OXASG_IPMIFRU").size());
+    EXPECT_TRUE(host.hasLog("Added 3 instance of OXASG_IPMIFru"));
+
+    // Sets are written once; the count is hexadecimal and the line names the
+    // class the same way whatever class was written.
+    host.config().failProperty = nullptr;
+    for (int i = 0; i < 11; ++i) {
+        entry.NewPropertySet()["ElementName"] = "F" + std::to_string(i);
+    }
+    EXPECT_EQ(11u, entry.GenerateCIMInstance(host::outputHandle(), "Other"));
+    EXPECT_EQ(11u, host.instancesOf("Other").size());
+    EXPECT_TRUE(host.hasLog("Added b instance of OXASG_IPMIFru"));
+    EXPECT_EQ(nullptr, entry.CurrentPropertySet());
+    EXPECT_EQ(0u, entry.GenerateCIMInstance(host::outputHandle(), "Other"));
+}
+
+} // namespace
+} // namespace ipmisel::test
