@@ -41,6 +41,76 @@ TEST(ScenarioParse, RefusesMistakesWithOneLineNamingFileAndPlace) {
     }
 }
 
+// One mistake per section and per kind of check: the place names the key or
+// the item, the text is the section's own, and of two mistakes in one object
+// the first key read is the one reported.
+TEST(ScenarioParse, EverySectionNamesItsPlaceAndProblem) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"lan": "yes"})", "bad.json: lan: expected true or false, got a string"},
+        {R"({"smbios": [{"type": 1, "uuid": "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E"}]})",
+         "bad.json: smbios[0].uuid: 15 bytes, a UUID has 16"},
+        {R"({"smbios": [{"handle": 1}]})", "bad.json: smbios[0]: needs \"type\""},
+        {R"({"nodes": [{"sel": {"records": [{"evmRev": -1, "generator": 256}]}}]})",
+         "bad.json: nodes[0].sel.records[0].generator: 256 is out of range 0..255"},
+        {R"({"nodes": [{"sel": {"records": [{"type": "0xC1", "oem": "01 02"}]}}]})",
+         "bad.json: nodes[0].sel.records[0].oem: 2 OEM bytes, a record of type C1h carries 9"},
+        {R"({"nodes": [{"sdr": {"records": [{"full": {"units1": {"rate": 8}}}]}}]})",
+         "bad.json: nodes[0].sdr.records[0].full.units1.rate: 8 is out of range 0..7"},
+        {R"({"nodes": [{"sdr": {"records": [{"compact": {"nominal": 1}}]}}]})",
+         "bad.json: nodes[0].sdr.records[0].compact: unknown key \"nominal\""},
+        {R"({"nodes": [{"fru": {"1": "00", "0x01": "00"}}]})",
+         // Keys are read in sorted order: "0x01" before "1".
+         "bad.json: nodes[0].fru[\"1\"]: FRU device 1 is given twice"},
+        {R"({"nodes": [{"fru": {"one": "00"}}]})",
+         "bad.json: nodes[0].fru[\"one\"]: \"one\" is not a number (write 31, \"31\" or \"0x1F\")"},
+        {R"({"nodes": [{"auxlog": [{"callerId": "00 01 02 03 04 05 06 07 08"}]}]})",
+         "bad.json: nodes[0].auxlog[0].callerId: 9 bytes, a caller ID has 10"},
+        {R"({"nodes": [{"auxlog": ["C1 A3 00"]}]})",
+         "bad.json: nodes[0].auxlog[0]: 3 bytes, an entry starts with a 10-byte header"},
+        {R"({"nodes": [{"auxlog": {"entries": [], "count": 1}}]})",
+         "bad.json: nodes[0].auxlog: unknown key \"count\""},
+        {R"({"nodes": [{"i2c": [{"bus": 1, "address": 2, "registers": {"0xFF": "01 02"}}]}]})",
+         "bad.json: nodes[0].i2c[0].registers[\"0xFF\"]: runs past register FFh"},
+        {R"({"nodes": [{"oem": [{"netfn": 6}]}]})",
+         "bad.json: nodes[0].oem[0]: needs \"netfn\" and \"cmd\""},
+        {R"({"nodes": [{"oem": [{"netfn": 6, "cmd": 1, "resp": "00"}]}]})",
+         "bad.json: nodes[0].oem[0]: unknown key \"resp\""},
+        {R"({"nodes": [{"faults": [{"netfn": 64, "cmd": 1, "cc": 1}]}]})",
+         "bad.json: nodes[0].faults[0].netfn: 64 is out of range 0..63"},
+        {R"({"nodes": [{"faults": [{"netfn": 6, "cmd": 1, "fail": false}]}]})",
+         "bad.json: nodes[0].faults[0].fail: can only be true (leave it out otherwise)"},
+        {R"({"nodes": [{"transcript": [{"netfn": 6, "cmd": 1, "fail": true, "cc": 0}]}]})",
+         "bad.json: nodes[0].transcript[0]: a failed send has no \"cc\" or \"response\""},
+        {R"({"nodes": [{"sel": {}, "transcript": []}]})",
+         "bad.json: nodes[0].sel: a node with a \"transcript\" answers from it alone; leave "
+         "\"sel\" out"},
+    };
+    for (const auto& [json, message] : cases) {
+        EXPECT_EQ(errorOf(json), message) << json;
+    }
+}
+
+TEST(ScenarioParse, FlagsCommentsAndRawNeighboursAreTakenAsWritten) {
+    Scenario s = parseScenario(R"({"driverPresent": false, "libraryAvailable": false,
+        "iBMC": true, "machineTypeFromID": "7X13", "nodes": [{
+        "fru": {"comment": "the board", "0x02": "AA"},
+        "oem": [{"netfn": 6, "cmd": 1, "prefix": true, "fail": true}],
+        "auxlog": [{}, "C1 A3 00 00 00 09 01 FF FF 00"]}]})",
+                               "x.json");
+    EXPECT_FALSE(s.driverPresent);
+    EXPECT_FALSE(s.libraryAvailable);
+    EXPECT_TRUE(s.iBMC);
+    EXPECT_EQ(s.machineTypeFromID, "7X13");
+    const NodeSetup& node = s.nodes.at(0);
+    ASSERT_EQ(node.fru.size(), 1u);
+    EXPECT_EQ(toHex(node.fru.at(2)), "AA");
+    ASSERT_EQ(node.canned.size(), 1u);
+    EXPECT_TRUE(node.canned[0].prefix && node.canned[0].sendFailure);
+    // An entry given by fields takes its successor from the raw entry after it.
+    ASSERT_EQ(node.auxLog.size(), 2u);
+    EXPECT_EQ(toHex(std::span(node.auxLog[0].bytes).first(10)), "C1 A3 00 16 00 01 00 09 01 00");
+}
+
 TEST(ScenarioParse, InvalidJsonOrAMissingFileIsOneLine) {
     std::string got = errorOf("{\n  \"nodes\": [\n    {\"sel\": }\n  ]\n}");
     EXPECT_EQ(got.rfind("bad.json: parse error at line 3, column 13: ", 0), 0u) << got;
