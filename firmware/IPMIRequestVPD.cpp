@@ -252,7 +252,6 @@ int IPMIRequestVPD::IPMIGetBMCBuildInfo(BMCBuildInfo& info) {
     const char* sendFailure = "Failure in sending command to obtain BMC build information.";
     const char* errorPrefix = "IPMI Error in obtaining BMC BuildInfo: ";
     const char* tooShort = "Response length is too short in getting BMC build information.";
-    uint8_t answer[256] = {};
     Prepare(kNetFnOEM, kCmdBuildInfo, nullptr, 0);
     if (SendLogged(sendFailure)) {
         if (!CompletedOK(errorPrefix)) {
@@ -274,6 +273,7 @@ int IPMIRequestVPD::IPMIGetBMCBuildInfo(BMCBuildInfo& info) {
             return 1;
         }
         const size_t needed = kOEMGroupBuildStart + kOEMGroupBuildCount;
+        uint8_t answer[kOEMGroupBuildStart + kOEMGroupBuildCount] = {};
         if (Length() < static_cast<int32_t>(needed) || ScanData(answer, needed) != needed) {
             Log(SevFailure, tooShort);
             return 1;
