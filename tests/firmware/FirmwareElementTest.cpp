@@ -260,7 +260,7 @@ TEST_F(FirmwareTest, DiagnosticsBuildAndVPD) {
         std::snprintf(key, sizeof key, "%02X 00 02 %02X", offset, count);
         std::string bytes;
         for (int i = 0; i < count; ++i) {
-            char b[8];
+            char b[16];
             std::snprintf(b, sizeof b, "%02X ", offset + i);
             bytes += b;
         }
@@ -304,7 +304,7 @@ TEST_F(FirmwareTest, DiagnosticsBuildAndVPD) {
     // Byte k of the block holds k: each chunk landed at its own offset.
     std::string block;
     for (int k = 0; k < 255; ++k) {
-        char b[8];
+        char b[16];
         std::snprintf(b, sizeof b, "%02X", k);
         block += (k == 0 ? "[" : " ") + std::string(b);
     }

@@ -29,7 +29,7 @@ inline Props PropsOf(const host::Instance& instance) {
         }
         std::string hex;
         for (uint8_t b : p.bytes) {
-            char piece[8];
+            char piece[16];
             std::snprintf(piece, sizeof piece, "%02X", b);
             hex += (hex.empty() ? "" : " ") + std::string(piece);
         }
