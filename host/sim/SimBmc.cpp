@@ -5,7 +5,9 @@
 #include "host/sim/SimBmc.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <ctime>
+#include <optional>
 
 #include "host/sim/Builders.h"
 
@@ -60,6 +62,49 @@ uint16_t le16(const std::vector<uint8_t>& d, size_t at) {
 
 uint16_t recordId(const std::vector<uint8_t>& record) {
     return record.size() >= 2 ? le16(record, 0) : 0;
+}
+
+// Get SEL Entry and Get SDR ask alike: reservation, record ID, offset into
+// the record, count (FFh: the rest of the record).
+struct RecordRead {
+    uint16_t reservation;
+    uint16_t id;
+    uint8_t offset;
+    uint8_t count;
+};
+
+std::optional<RecordRead> recordRead(const std::vector<uint8_t>& d) {
+    if (d.size() != 6) {
+        return std::nullopt;
+    }
+    return RecordRead{le16(d, 0), le16(d, 2), d[4], d[5]};
+}
+
+// The answer to a record read of the record at `pos` (-1: not there): the
+// next record's ID (FFFFh after the last) and the bytes asked for. A read
+// asking for more than `limit` bytes answers CAh; the limit is on what was
+// asked for, "rest of record" included, as a controller with a fixed
+// response buffer checks it.
+host::IpmiResponse recordPart(const std::vector<std::vector<uint8_t>>& records, long pos,
+                              const RecordRead& r, size_t limit) {
+    if (pos < 0) {
+        return fail(kCcNotPresent);
+    }
+    const auto& rec = records[static_cast<size_t>(pos)];
+    if (r.offset > rec.size()) {
+        return fail(kCcOutOfRange);
+    }
+    size_t rest = rec.size() - r.offset;
+    size_t asked = r.count == 0xFF ? rest : r.count;
+    if (asked > limit) {
+        return fail(kCcCannotReturn);
+    }
+    size_t n = std::min(asked, rest);
+    size_t next = static_cast<size_t>(pos) + 1;
+    std::vector<uint8_t> out;
+    appendLe16(out, next < records.size() ? recordId(records[next]) : 0xFFFF);
+    out.insert(out.end(), rec.begin() + r.offset, rec.begin() + static_cast<long>(r.offset + n));
+    return ok(out);
 }
 
 std::vector<uint8_t> defaultDeviceId() {
@@ -315,76 +360,37 @@ host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
 }
 
 host::IpmiResponse SimBmc::getSelEntry(const host::IpmiRequest& request) {
-    const auto& d = request.data;
-    if (d.size() != 6) {
+    auto r = recordRead(request.data);
+    if (!r) {
         return fail(kCcLength);
     }
-    uint16_t reservation = le16(d, 0);
-    uint16_t id = le16(d, 2);
-    uint8_t offset = d[4];
-    uint8_t count = d[5];
     // Whole-record reads need no reservation; partial ones need the current one.
-    if (offset != 0 && (reservation == 0 || reservation != selReservation_)) {
+    if (r->offset != 0 && (r->reservation == 0 || r->reservation != selReservation_)) {
         return fail(kCcReservation);
     }
-    long pos = findRecord(setup_.selRecords, selIndex_, id);
-    if (pos < 0) {
-        return fail(kCcNotPresent);
-    }
-    const auto& rec = setup_.selRecords[static_cast<size_t>(pos)];
-    if (offset > rec.size()) {
-        return fail(kCcOutOfRange);
-    }
-    size_t rest = rec.size() - offset;
-    size_t n = count == 0xFF ? rest : std::min<size_t>(count, rest);
-    size_t next = static_cast<size_t>(pos) + 1;
-    std::vector<uint8_t> out;
-    appendLe16(out, next < setup_.selRecords.size() ? recordId(setup_.selRecords[next]) : 0xFFFF);
-    out.insert(out.end(), rec.begin() + offset, rec.begin() + static_cast<long>(offset + n));
-    return ok(out);
+    // A SEL read asking for more than the record holds gets what is left.
+    return recordPart(setup_.selRecords, findRecord(setup_.selRecords, selIndex_, r->id), *r,
+                      SIZE_MAX);
 }
 
 host::IpmiResponse SimBmc::getSdr(const host::IpmiRequest& request) {
-    const auto& d = request.data;
-    if (d.size() != 6) {
+    auto r = recordRead(request.data);
+    if (!r) {
         return fail(kCcLength);
     }
-    uint16_t reservation = le16(d, 0);
-    uint16_t id = le16(d, 2);
-    uint8_t offset = d[4];
-    uint8_t count = d[5];
     ++sdrReadsSinceReserve_;
-    if (offset != 0) {
+    if (r->offset != 0) {
         bool expired = setup_.sdrReservationLifetime != 0 &&
                        sdrReadsSinceReserve_ > setup_.sdrReservationLifetime;
         if (expired) {
             reservation_ = 0; // cancelled: only a new Reserve SDR Repository helps
         }
-        if (reservation_ == 0 || reservation != reservation_) {
+        if (reservation_ == 0 || r->reservation != reservation_) {
             return fail(kCcReservation);
         }
     }
-    long pos = findRecord(setup_.sdrRecords, sdrIndex_, id);
-    if (pos < 0) {
-        return fail(kCcNotPresent);
-    }
-    const auto& rec = setup_.sdrRecords[static_cast<size_t>(pos)];
-    if (offset > rec.size()) {
-        return fail(kCcOutOfRange);
-    }
-    size_t rest = rec.size() - offset;
-    // The limit is on what was asked for ("rest of record" included), as a
-    // controller with a fixed response buffer checks it.
-    size_t asked = count == 0xFF ? rest : count;
-    if (asked > setup_.sdrMaxReadCount) {
-        return fail(kCcCannotReturn);
-    }
-    size_t n = std::min(asked, rest);
-    size_t next = static_cast<size_t>(pos) + 1;
-    std::vector<uint8_t> out;
-    appendLe16(out, next < setup_.sdrRecords.size() ? recordId(setup_.sdrRecords[next]) : 0xFFFF);
-    out.insert(out.end(), rec.begin() + offset, rec.begin() + static_cast<long>(offset + n));
-    return ok(out);
+    return recordPart(setup_.sdrRecords, findRecord(setup_.sdrRecords, sdrIndex_, r->id), *r,
+                      setup_.sdrMaxReadCount);
 }
 
 host::IpmiResponse SimBmc::readFru(const host::IpmiRequest& request) {

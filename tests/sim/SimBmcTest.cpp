@@ -79,7 +79,8 @@ TEST(SimBmc, GetSdrOffsetsCountsAndLimits) {
         // The ID string of the full record from byte 47, "rest of record".
         {0x0001, 47, 0xFF, 0x00, "FF 12 CA 43 50 55 20 31 20 54 65 6D 70"},
         {0xFFFF, 31, 0xFF, 0x00, "FF FF C3 50 53 55"},
-        {0x0001, 0, 21, 0xCA, ""},    // above the BMC's limit
+        {0x0001, 0, 21, 0xCA, ""},                                        // above the BMC's limit
+        {0x0001, 47, 20, 0x00, "FF 12 CA 43 50 55 20 31 20 54 65 6D 70"}, // at it: what is left
         {0x0001, 20, 0xFF, 0xCA, ""}, // the rest (38 bytes) is above it too
         {0x0001, 58, 0xFF, 0x00, "FF 12"},
         {0x0001, 59, 1, 0xC9, ""}, // past the end
