@@ -45,6 +45,16 @@ host::IpmiResponse fail(uint8_t cc) {
     return r;
 }
 
+// A canned or recorded answer: a failed send, or the completion code and data.
+host::IpmiResponse stored(bool sendFailure, uint8_t cc, const std::vector<uint8_t>& data) {
+    if (sendFailure) {
+        return host::IpmiResponse{};
+    }
+    host::IpmiResponse r = ok(data);
+    r.cc = cc;
+    return r;
+}
+
 void appendLe16(std::vector<uint8_t>& out, uint32_t v) {
     out.push_back(static_cast<uint8_t>(v & 0xFF));
     out.push_back(static_cast<uint8_t>((v >> 8) & 0xFF));
@@ -184,14 +194,7 @@ host::IpmiResponse SimBmc::respond(const host::IpmiRequest& request) {
         if (!match) {
             continue;
         }
-        if (c.sendFailure) {
-            return host::IpmiResponse{};
-        }
-        host::IpmiResponse r;
-        r.sent = true;
-        r.cc = c.cc;
-        r.data = c.response;
-        return r;
+        return stored(c.sendFailure, c.cc, c.response);
     }
 
     if (!setup_.transcript.empty()) {
@@ -223,14 +226,7 @@ host::IpmiResponse SimBmc::fromTranscript(const host::IpmiRequest& request) {
     size_t pick = std::min(used, it->second.size() - 1);
     ++used;
     const TranscriptEntry& t = setup_.transcript[it->second[pick]];
-    if (t.sendFailure) {
-        return host::IpmiResponse{};
-    }
-    host::IpmiResponse r;
-    r.sent = true;
-    r.cc = t.cc;
-    r.data = t.response;
-    return r;
+    return stored(t.sendFailure, t.cc, t.response);
 }
 
 long SimBmc::findRecord(const std::vector<std::vector<uint8_t>>& records,
