@@ -18,6 +18,8 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "export/ExportSEL.h"
+#include "firmware/FirmwareCollectors.h"
+#include "firmware/IPMIRequestVPD.h"
 #include "ipmi/IPMIRequestSDR.h"
 #include "ipmi/IPMIRequestSEL.h"
 #include "mapping/IPMIMapping.h"
@@ -38,12 +40,10 @@ bool (*g_allocationFails)(const char* what) = nullptr;
 
 namespace {
 
-// The FRU inventory object of the FRU collector and the per-node VPD objects
-// of the firmware collectors. Their classes arrive with those collectors; the
-// driver already gives them the lifecycle they need (the FRU object is
-// replaced at every collection, the VPD objects live as long as their node).
+// The FRU inventory object of the FRU collector and its per-node entry. The
+// FRU object is replaced at every collection, the entry lives as long as its
+// node.
 struct FRUVpdEntry {};
-struct VPDRequest {};
 struct VPDEntry {};
 
 // ---- state that survives between collections ----------------------------------
@@ -83,7 +83,7 @@ template <class T> std::unique_ptr<T[]> NewArray(const char* what, size_t count)
 struct NodeObjects {
     std::unique_ptr<IPMIRequestSDR> sdr;
     std::unique_ptr<IPMIRequestSEL> sel;
-    std::unique_ptr<VPDRequest> vpd;
+    std::unique_ptr<IPMIRequestVPD> vpd;
     // The first entry of the SDR cache; the cache takes it over when it is built.
     std::unique_ptr<IPMISDREntry> sdrHead;
     std::unique_ptr<IPMIMapping> mapping;
@@ -120,7 +120,7 @@ void CreateNodeObjects(NodeObjects& o, SPLibrary* library) {
     // request's name; log readers search for that line.
     Make(o.sdr, "ipmi_sdrp", "Could not allocate memory for ipmi_sdrp.", library);
     Make(o.sel, "ipmi_selp", "Could not allocate memory for ipmi_sdrp.", library);
-    Make(o.vpd, "ipmi_vpdp", "Could not allocate memory for ipmi_vpdp.");
+    Make(o.vpd, "ipmi_vpdp", "Could not allocate memory for ipmi_vpdp.", library);
     Make(o.sdrHead, "ipmi_sdr_headp", "Could not allocate memory for ipmi_sdr_headp.");
     Make(o.mapping, "ipmi_mappingp", "Could not allocate memory for ipmi_mappingp.");
     Make(o.selEntry, "ipmi_selentryp", "Could not allocate memory for ipmi_selentryp.");
@@ -326,11 +326,12 @@ void CollectFRU(NodeContext& ctx) {
     CollectFRUInventory(ctx);
 }
 
-void CollectBMCFirmware(NodeContext&) {}
-void CollectCPLDFirmware(NodeContext&) {}
-void CollectFPGAFirmware(NodeContext&) {}
-void CollectQsvVPD(NodeContext&) {}
-void CollectAMIFirmware(NodeContext&) {}
+// The firmware classes: each writes at most one instance for the node, and a
+// BMC that does not answer one leaves the others untouched.
+template <int (*Collector)(IPMIRequestVPD&, fdriIOHandle*, int32_t, const FirmwarePlatform&)>
+void RunFirmware(NodeContext& ctx) {
+    Collector(*ctx.objects.vpd, ctx.io, ctx.node, g_platform.firmware);
+}
 
 struct ClassCollector {
     const char* className;
@@ -342,11 +343,11 @@ constexpr ClassCollector kCollectors[] = {
     {"OXASG_IPMILogRecord", CollectSEL},
     {"OXASG_VTXAuxDebugRecord", CollectAuxDebug},
     {"OXASG_IPMIFRU", CollectFRU},
-    {"OXASG_IPMIFirmwareElement", CollectBMCFirmware},
-    {"OXASG_CPLDFirmwareElement", CollectCPLDFirmware},
-    {"OXASG_FPGAFirmwareElement", CollectFPGAFirmware},
-    {"OXASG_QsvVPD", CollectQsvVPD},
-    {"OXASG_AMIFirmwareElement", CollectAMIFirmware},
+    {"OXASG_IPMIFirmwareElement", RunFirmware<CollectBMCFirmware>},
+    {"OXASG_CPLDFirmwareElement", RunFirmware<CollectCPLDFirmware>},
+    {"OXASG_FPGAFirmwareElement", RunFirmware<CollectFPGAFirmware>},
+    {"OXASG_QsvVPD", RunFirmware<CollectQsvVPD>},
+    {"OXASG_AMIFirmwareElement", RunFirmware<CollectAMIFirmware>},
 };
 
 void RunCollector(NodeContext& ctx, const char* requested) {
@@ -458,16 +459,14 @@ void ProbePlatform(TCPluginCallbacks* cb) {
         Log(SevDetail, "This machine has AMI backplane.");
         g_platform.ami = true;
     }
-    int index = 0;
-    for (const platform::BMCMachineType& row : platform::kBMCMachineTypes) {
-        if (std::strcmp(g_machineType, row.machineType) == 0) {
-            Log(SevDetail, "Found matching BMC machine type");
-            LogF(SevDetail, "BMC machine type index=%d", index);
-            g_platform.bmcTypeIndex = index;
-            break;
-        }
-        ++index;
+    g_platform.bmcTypeIndex = firmware::FindBMCMachineType(g_machineType);
+    if (g_platform.bmcTypeIndex >= 0) {
+        Log(SevDetail, "Found matching BMC machine type");
+        LogF(SevDetail, "BMC machine type index=%d", g_platform.bmcTypeIndex);
     }
+    g_platform.firmware = DescribeFirmwarePlatform(
+        firmware::BMCMachineTypeRow(g_platform.bmcTypeIndex), g_platform.cpld, g_platform.fpga,
+        g_platform.ami, g_platform.cpldSelectors, g_platform.fpgaSelectors);
 }
 
 void Collect(TCPluginCallbacks* cb, fdriIOHandle* io, const char** classes, int32_t classCount) {

@@ -5,18 +5,23 @@
 #include <cstdint>
 #include <vector>
 
+#include "firmware/FirmwareCollectors.h"
+
 namespace ipmisel {
 
 // What the driver learned about the platform in the current collection; the
 // firmware collectors read it.
 struct PlatformState {
-    bool lan = false;      // the BMC is reached over the LAN, not a local driver
-    bool cpld = false;     // SMBIOS carries CPLD data
-    bool fpga = false;     // SMBIOS carries FPGA data
-    bool ami = false;      // node 0's BMC has the AMI backplane controller
-    int bmcTypeIndex = -1; // row of platform::kBMCMachineTypes, -1 when none matched
-    std::vector<uint8_t> cpldSelectors;
+    bool lan = false;                   // the BMC is reached over the LAN, not a local driver
+    bool cpld = false;                  // SMBIOS carries CPLD data
+    bool fpga = false;                  // SMBIOS carries FPGA data
+    bool ami = false;                   // node 0's BMC has the AMI backplane controller
+    int bmcTypeIndex = -1;              // row of firmware::kBMCMachineTypes, -1 when none matched
+    std::vector<uint8_t> cpldSelectors; // as SMBIOS lists them
     std::vector<uint8_t> fpgaSelectors;
+    // What the firmware collectors ask for: the flags above with the
+    // selectors, bus IDs and VPD devices of the machine type's row.
+    FirmwarePlatform firmware;
 };
 
 const PlatformState& CurrentPlatform();

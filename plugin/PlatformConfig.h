@@ -1,8 +1,8 @@
 // Product configuration the driver and the platform probes read: which machine
 // types have an on-board service adapter, where the missing-driver notice sends
-// people, which SMBIOS structures announce CPLD and FPGA data, and the BMC
-// machine-type table with its VPD device lists. Everything a product release
-// may need to change lives here, as data, and nowhere else in the code.
+// people, which SMBIOS structures announce CPLD and FPGA data. Everything a
+// product release may need to change in the driver lives here, as data; the
+// machine-type table of the firmware collectors is firmware/FirmwareConfig.h.
 //
 // The machine types and addresses below are placeholders of this project (the
 // addresses are under the reserved example.com domain); a product build
@@ -68,28 +68,6 @@ inline constexpr SMBIOSProbe kSmbiosProbes[] = {
 // Offsets inside such a structure.
 inline constexpr size_t kProbeCountOffset = 4;
 inline constexpr size_t kProbeSelectorOffset = 5;
-
-// ---- BMC machine-type table ----------------------------------------------------
-
-// Machine types with a BMC whose VPD devices the firmware collectors read, and
-// the device numbers (IPMIGetVPDEntryData) of each. The index of the matching
-// row is what the driver hands on to the firmware collectors.
-struct BMCMachineType {
-    const char* machineType;
-    const uint8_t* vpdDevices;
-    size_t vpdDeviceCount;
-};
-
-inline constexpr uint8_t kVpdDevicesRack[] = {0x00, 0x01, 0x02};
-inline constexpr uint8_t kVpdDevicesBlade[] = {0x00, 0x03};
-inline constexpr uint8_t kVpdDevicesDense[] = {0x00, 0x01, 0x04, 0x05};
-
-inline constexpr BMCMachineType kBMCMachineTypes[] = {
-    {"QB10", kVpdDevicesRack, sizeof kVpdDevicesRack},
-    {"QB11", kVpdDevicesRack, sizeof kVpdDevicesRack},
-    {"QB20", kVpdDevicesBlade, sizeof kVpdDevicesBlade},
-    {"QB30", kVpdDevicesDense, sizeof kVpdDevicesDense},
-};
 
 // ---- FRU gate --------------------------------------------------------------------
 

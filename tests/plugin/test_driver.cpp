@@ -227,7 +227,9 @@ TEST_F(DriverTest, NamesThatAreNotExactlyTheLogRecordClassSendNoSelOrSdrCommand)
     for (uint8_t cmd : {0x40, 0x43, 0x20, 0x22, 0x23}) {
         EXPECT_EQ(bmcs[0]->requestCount(0x0A, cmd), 0u) << int(cmd);
     }
-    EXPECT_TRUE(host.instances.empty());
+    // The firmware element comes from Get Device ID; nothing of the SEL.
+    EXPECT_TRUE(host.instancesOf("OXASG_IPMILogRecord").empty());
+    EXPECT_EQ(host.instancesOf("OXASG_IPMIFirmwareElement").size(), 1u);
     EXPECT_TRUE(host.hasLog("Finished getting IPMI SEL data."));
 }
 
