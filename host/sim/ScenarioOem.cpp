@@ -41,7 +41,7 @@ std::vector<uint8_t> readRegisters(const ValueReader& values, const json& v,
         return values.bytes(v, place);
     }
     std::vector<uint8_t> regs;
-    values.eachNumberedKey(v, place, false,
+    values.eachNumberedKey(v, place, true,
                            [&](uint8_t first, const json& bytes, const std::string& here) {
                                auto b = values.bytes(bytes, here);
                                if (first + b.size() > 256) {

@@ -154,7 +154,7 @@ TEST(SimBmc, AuxLogStatusAndChunkedReads) {
 
 TEST(SimBmc, MasterWriteReadKeepsARegisterPointerPerDevice) {
     SimBmc bmc = bmcFrom(R"({"i2c": [
-        {"bus": 3, "address": "0xC0", "registers": {"0x63": "4D"}},
+        {"bus": 3, "address": "0xC0", "registers": {"comment": "ID register", "0x63": "4D"}},
         {"bus": 3, "address": "0xA0", "registers": "10 11 12"}]})");
     EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xC0, 0, 0x63}).data), "");
     EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xC0, 1}).data), "4D");
