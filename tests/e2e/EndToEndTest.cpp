@@ -65,26 +65,6 @@ const std::vector<Bytes> kNodeTwo = events({{10, 0x05, 0x54, 0x6F, {0, 255, 255}
                                             {20, 0x01, 0x30, 0x01, {0x57, 86, 85}},
                                             {30, 0x0C, 0x52, 0x6F, {1, 255, 255}}});
 
-const std::string kCollector = test::binDir() + "/ipmisel-collect";
-
-// ipmisel-collect against the simulators, in order. No --workaround: the
-// session falls back to opensesspriv by itself when the simulator refuses the
-// privilege, as a user's first try needs. Without a password the password file
-// is left out and the password comes from IPMISEL_PASSWORD.
-RunResult collect(const std::vector<const IpmiSim*>& sims, std::vector<std::string> args,
-                  const std::string& password = IpmiSim::kPassword, bool viaFile = true) {
-    args.insert(args.begin(),
-                {kCollector, "--user", IpmiSim::kUser, "--timeout", "2", "--retries", "1"});
-    for (const IpmiSim* s : sims) {
-        args.insert(args.end(), {"--host", s->hostArg()});
-    }
-    if (!viaFile) {
-        return runProgram(args, {{"IPMISEL_PASSWORD", password}});
-    }
-    args.insert(args.end(), {"--password-file", test::writeTempFile("pw", password + "\n")});
-    return runProgram(args);
-}
-
 std::vector<json> logRecords(const std::string& jsonl) {
     std::vector<json> out;
     std::istringstream lines(jsonl);

@@ -148,17 +148,19 @@ inline uint16_t bindLoopback(uint16_t port) {
     return ok ? ntohs(a.sin_port) : 0;
 }
 
-// One ipmi_sim serving tests/e2e/bmc/bmc.emu on 127.0.0.1 with the given SEL.
-// The SEL is written into its state folder before it starts, so the records
-// keep the time stamps given here (records added through the simulator's
-// commands would get its clock instead).
+// One ipmi_sim serving a BMC of tests/e2e/bmc/ (bmc.emu unless told) on
+// 127.0.0.1 with the given SEL. The SEL is written into its state folder
+// before it starts, so the records keep the time stamps given here (records
+// added through the simulator's commands would get its clock instead).
 class IpmiSim {
   public:
     static constexpr const char* kUser = "ipmiusr";
     static constexpr const char* kPassword = "e2e-Secret-42";
 
-    explicit IpmiSim(const std::vector<std::vector<uint8_t>>& sel)
-        : dir_(test::makeTempDir("ipmisel-sim")) {
+    explicit IpmiSim(const std::vector<std::vector<uint8_t>>& sel,
+                     const std::string& emu = "bmc.emu")
+        : dir_(test::makeTempDir("ipmisel-sim")),
+          emu_(test::sourceDir() + "/tests/e2e/bmc/" + emu) {
         std::filesystem::create_directories(dir_ + "/state/ipmi_sim/ipmisel");
         // "ID:d:" and the bytes as \hh, newest first as ipmi_sim 2.0 keeps them.
         std::ofstream state(dir_ + "/state/ipmi_sim/ipmisel/sel.20");
@@ -205,9 +207,9 @@ class IpmiSim {
             conf.replace(at, 6, std::to_string(port_));
         }
         std::ofstream(dir_ + "/lan.conf") << conf;
-        pid_ = spawn({"ipmi_sim", "-c", dir_ + "/lan.conf", "-f",
-                      test::sourceDir() + "/tests/e2e/bmc/bmc.emu", "-s", dir_ + "/state", "-n"},
-                     {}, dir_ + "/sim.log", dir_ + "/sim.log");
+        pid_ =
+            spawn({"ipmi_sim", "-c", dir_ + "/lan.conf", "-f", emu_, "-s", dir_ + "/state", "-n"},
+                  {}, dir_ + "/sim.log", dir_ + "/sim.log");
         // It binds its LAN port once it has read the command file: a bound
         // port means it is ready. At most five seconds.
         for (int i = 0; i < 250 && pid_ > 0; ++i) {
@@ -222,9 +224,29 @@ class IpmiSim {
         return false;
     }
 
-    std::string dir_;
+    std::string dir_, emu_;
     pid_t pid_ = -1;
     uint16_t port_ = 0;
 };
+
+inline const std::string kCollector = test::binDir() + "/ipmisel-collect";
+
+// ipmisel-collect against the simulators, in order. No --workaround: the
+// session falls back to opensesspriv by itself when the simulator refuses the
+// privilege, as a user's first try needs. Without a password the password file
+// is left out and the password comes from IPMISEL_PASSWORD.
+inline RunResult collect(const std::vector<const IpmiSim*>& sims, std::vector<std::string> args,
+                         const std::string& password = IpmiSim::kPassword, bool viaFile = true) {
+    args.insert(args.begin(),
+                {kCollector, "--user", IpmiSim::kUser, "--timeout", "2", "--retries", "1"});
+    for (const IpmiSim* s : sims) {
+        args.insert(args.end(), {"--host", s->hostArg()});
+    }
+    if (!viaFile) {
+        return runProgram(args, {{"IPMISEL_PASSWORD", password}});
+    }
+    args.insert(args.end(), {"--password-file", test::writeTempFile("pw", password + "\n")});
+    return runProgram(args);
+}
 
 } // namespace ipmisel::e2e
