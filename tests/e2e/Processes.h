@@ -39,8 +39,8 @@ inline std::string readFile(const std::string& path) {
 inline std::string missingTool(std::initializer_list<const char*> tools) {
     for (const char* tool : tools) {
         if (std::system((std::string("command -v ") + tool + " >/dev/null 2>&1").c_str()) != 0) {
-            return std::string(tool) + " not found (Debian packages openipmi and ipmitool; " +
-                   "scripts/setup.sh installs them)";
+            return std::string(tool) + " not found (Debian packages openipmi, ipmitool and " +
+                   "freeipmi-tools; scripts/setup.sh installs them)";
         }
     }
     return {};
