@@ -54,50 +54,41 @@ TEST(BoardFields, StayInsideTheDataAndGiveTheFiveProperties) {
     l.fruData[527] = 'Z';
     l.GetFRUAreas("X", false);
     EXPECT_EQ((Texts{"", "Z", "", "", ""}), l.boardFields);
+    l.fruData[3] = 0; // no board area
+    l.GetFRUAreas("X", false);
+    EXPECT_TRUE(l.boardFields.empty() && l.productFields.empty());
 
     IPMIVPDEntry entry;
     EXPECT_EQ(NOXAQSV20::QSV_ERROR, entry.IPMISELShowFRUData(l, false)); // no current set
     EXPECT_TRUE(entry.PropertySets().empty());
 
+    // Product fields 0..3 or board fields 1..4; none at all: four blanks.
     l.boardFields = {"b0", "b1", "b2", "b3", "b4"};
     l.productFields = {"p0", "p1", "p2", "p3"};
-    const std::tuple<bool, Texts> cases[] = {{false, {"p0", "p1", "p2", "p3"}},
-                                             {true, {"b1", "b2", "b3", "b4"}}};
-    for (const auto& [boardOnly, expected] : cases) {
+    const std::tuple<bool, Texts, std::string> cases[] = {
+        {false, l.productFields,
+         "IdentifyingNumber= |Vendor=p0|FRUNumber=p1|PartNumber=p2|SerialNumber=p3"},
+        {true, l.productFields,
+         "IdentifyingNumber= |Vendor=b1|FRUNumber=b2|PartNumber=b3|SerialNumber=b4"},
+        {false, {}, "IdentifyingNumber= |Vendor= |FRUNumber= |PartNumber= |SerialNumber= "}};
+    for (const auto& [boardOnly, product, expected] : cases) {
+        l.productFields = product;
         FRUProperties& p = entry.NewPropertySet();
         EXPECT_EQ(0, entry.IPMISELShowFRUData(l, boardOnly));
-        EXPECT_EQ((FRUProperties{{"IdentifyingNumber", " "},
-                                 {"Vendor", expected[0]},
-                                 {"FRUNumber", expected[1]},
-                                 {"PartNumber", expected[2]},
-                                 {"SerialNumber", expected[3]}}),
-                  p);
+        EXPECT_EQ(Props(expected), p);
     }
-    // No board area: no fields, and the four are blank.
-    l.fruData[3] = 0;
-    l.GetFRUAreas("X", false);
-    EXPECT_TRUE(l.boardFields.empty());
-    FRUProperties& p = entry.NewPropertySet();
-    entry.IPMISELShowFRUData(l, false);
-    EXPECT_EQ(" ", p["Vendor"]);
-    EXPECT_EQ(" ", p["SerialNumber"]);
 }
 
-FRUProperties Offsets(const Bytes& data, const std::string& id, bool blade = false) {
+// "PartNumber|FRUNumber|SerialNumber|Vendor" as GetFRUOffsets sets them;
+// "IdentifyingNumber" is always the serial again.
+std::string Offsets(const Bytes& data, const std::string& id, bool blade = false) {
     Bytes full = data;
     full.resize(kFRUDataSize);
     FRUProperties p;
     GetFRUOffsets(p, full.data(), id, blade);
-    return p;
-}
-
-FRUProperties Five(const std::string& part, const std::string& fru, const std::string& serial,
-                   const std::string& vendor) {
-    return {{"PartNumber", part},
-            {"FRUNumber", fru},
-            {"IdentifyingNumber", serial},
-            {"SerialNumber", serial},
-            {"Vendor", vendor}};
+    EXPECT_EQ(5u, p.size());
+    EXPECT_EQ(p["SerialNumber"], p["IdentifyingNumber"]);
+    return p["PartNumber"] + "|" + p["FRUNumber"] + "|" + p["SerialNumber"] + "|" + p["Vendor"];
 }
 
 TEST(TypedData, MemoryModulesByType) {
@@ -110,8 +101,7 @@ TEST(TypedData, MemoryModulesByType) {
         std::copy(serial.begin(), serial.end(), d.begin() + 122);
         d[117] = bank;
         d[118] = code;
-        const std::string part = "M393B1K70DH0-CK0  ";
-        std::copy(part.begin(), part.end(), d.begin() + 128);
+        Put(d, 128, "M393B1K70DH0-CK0  ");
         return d;
     };
     auto early = [](Bytes serial, Bytes maker) {
@@ -119,65 +109,52 @@ TEST(TypedData, MemoryModulesByType) {
         d[2] = 0x08;
         std::copy(serial.begin(), serial.end(), d.begin() + 95);
         std::copy(maker.begin(), maker.end(), d.begin() + 64);
-        d[73] = 'K';
-        d[74] = 0x01; // not printable: the part number is blank
+        Put(d, 73, "K\x01"); // not printable: the part number is blank
         return d;
     };
-    const std::tuple<Bytes, FRUProperties> cases[] = {
-        {late(0x0B, {1, 2, 3, 4}, 0x80, 0xCE),
-         Five("M393B1K70DH0-CK0  ", " ", "04030201", "Samsung")},
-        {late(0x09, {0, 0, 0, 0}, 0x01, 0x98), Five("M393B1K70DH0-CK0  ", " ", "", "Kingston")},
-        {late(0x0B, {1, 2, 3, 4}, 0x07, 0x01), Five("M393B1K70DH0-CK0  ", " ", "04030201", "")},
-        {late(0x0B, {1, 2, 3, 4}, 0x00, 0x7F), Five("M393B1K70DH0-CK0  ", " ", "04030201", "")},
-        {early({1, 2, 3, 4}, {0x7F, 0x98}), Five(" ", " ", "01020304", "Kingston")},
-        {early({0xAB, 0, 0, 0}, {0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x01}),
-         Five(" ", " ", "AB000000", "MOVEKING")},
-        {early({1, 2, 3, 4}, {0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x01}),
-         Five(" ", " ", "01020304", "")},
+    const Bytes seven = B(0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x01);
+    const std::tuple<Bytes, std::string> cases[] = {
+        {late(0x0B, B(1, 2, 3, 4), 0x80, 0xCE), "M393B1K70DH0-CK0  | |04030201|Samsung"},
+        {late(0x09, B(0, 0, 0, 0), 0x01, 0x98), "M393B1K70DH0-CK0  | ||Kingston"},
+        {late(0x0B, B(1, 2, 3, 4), 0x07, 0x01), "M393B1K70DH0-CK0  | |04030201|"},
+        {late(0x0B, B(1, 2, 3, 4), 0x00, 0x7F), "M393B1K70DH0-CK0  | |04030201|"},
+        {early(B(1, 2, 3, 4), B(0x7F, 0x98)), " | |01020304|Kingston"},
+        {early(B(0xAB, 0, 0, 0), Bytes(seven.begin() + 1, seven.end())), " | |AB000000|MOVEKING"},
+        {early(B(1, 2, 3, 4), seven), " | |01020304|"},
     };
     for (const auto& [data, expected] : cases) {
-        EXPECT_EQ(expected, Offsets(data, "DIMM")) << int(data[2]);
+        EXPECT_EQ(expected, Offsets(data, "DIMM"));
     }
-    EXPECT_EQ(Five(" ", " ", " ", " "), Offsets(late(0x0B, {1, 2, 3, 4}, 0x80, 0xCE), "CPU"));
+    EXPECT_EQ(" | | | ", Offsets(late(0x0B, B(1, 2, 3, 4), 0x80, 0xCE), "CPU"));
 }
 
 TEST(TypedData, FixedOffsetVPDInRackAndBladeLayout) {
     // Part, FRU, serial, (unused), vendor: 12, 12, 6, 6, 4 characters from 14
     // on a rack board, from 60 on a blade.
-    const std::string fields = "12+34-56-78+FRUNUMBER123SER456XXXXXXOXA1TAIL";
     for (bool blade : {false, true}) {
         Bytes d(kFRUDataSize);
-        std::copy(fields.begin(), fields.end(), d.begin() + (blade ? 60 : 14));
-        EXPECT_EQ(Five("123456-78+", "FRUNUMBER123", "SER456", "OXA1"), Offsets(d, "PSU", blade));
-        EXPECT_EQ(Five(" ", " ", " ", " "), Offsets(d, "PSU", !blade));
+        Put(d, blade ? 60 : 14, "12+34-56-78+FRUNUMBER123SER456XXXXXXOXA1TAIL");
+        EXPECT_EQ("123456-78+|FRUNUMBER123|SER456|OXA1", Offsets(d, "PSU", blade));
+        EXPECT_EQ(" | | | ", Offsets(d, "PSU", !blade));
     }
     Bytes d(kFRUDataSize);
     Put(d, 14, "AB\tCD");
     Put(d, 26, "F");
     Put(d, 38, "S1");
-    EXPECT_EQ(Five(" ", "F", "S1", " "), Offsets(d, "Backplane"));
+    EXPECT_EQ(" |F|S1| ", Offsets(d, "Backplane"));
 }
 
 TEST(TypedData, TextValidityAndManufacturerNames) {
-    const std::tuple<std::string, bool> texts[] = {
-        {"", false},      {" ", true},     {"A~", true},
-        {"A\x7F", false}, {"\x1F", false}, {"\xC3\xA9", false},
-    };
+    const std::tuple<std::string, bool> texts[] = {{"", false},     {" ", true},
+                                                   {"A~", true},    {"A\x7F", false},
+                                                   {"\x1F", false}, {"\xC3\xA9", false}};
     for (const auto& [text, valid] : texts) {
         EXPECT_EQ(valid, IsValidFRUText(text)) << text;
     }
-    const std::tuple<unsigned, uint8_t, std::string> names[] = {
-        {0, 0x01, "AMD"},
-        {0, 0x81, "AMD"},
-        {0, 0x2C, "Micron Technology"},
-        {6, 0x7E, "Triad Semiconductor, Inc."},
-        {7, 0x01, ""},
-        {0, 0x00, ""},
-        {0, 0xFF, ""},
-    };
-    for (const auto& [bank, code, name] : names) {
-        EXPECT_EQ(name, JEP106Name(bank, code)) << bank << " " << int(code);
-    }
+    EXPECT_EQ("AMD|AMD|Micron Technology|Triad Semiconductor, Inc.|||",
+              JEP106Name(0, 0x01) + "|" + JEP106Name(0, 0x81) + "|" + JEP106Name(0, 0x2C) + "|" +
+                  JEP106Name(6, 0x7E) + "|" + JEP106Name(7, 0x01) + "|" + JEP106Name(0, 0x00) +
+                  "|" + JEP106Name(0, 0xFF));
     const uint8_t twoBanks[] = {0x7F, 0x7F, 0x05};
     EXPECT_EQ("HYPERTEC", JEP106FromContinuation(twoBanks, 3));
     EXPECT_EQ("", JEP106FromContinuation(twoBanks, 2)); // the code lies past what may be read

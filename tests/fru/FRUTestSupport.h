@@ -1,7 +1,9 @@
 // Building FRU images and BMC nodes for the FRU tests.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,10 +22,24 @@ inline Bytes Text8(const std::string& text) {
     return b;
 }
 
-inline Bytes Cat(std::initializer_list<Bytes> parts) {
+// Bytes and texts one after another: Cat(B(0x17), Text8("CP"), B(0xC1)).
+template <class... Parts> Bytes Cat(const Parts&... parts) {
     Bytes out;
-    for (const Bytes& p : parts) {
-        out.insert(out.end(), p.begin(), p.end());
+    (out.insert(out.end(), parts.begin(), parts.end()), ...);
+    return out;
+}
+template <class... Values> Bytes B(Values... values) {
+    return Bytes{static_cast<uint8_t>(values)...};
+}
+
+// "Name=value|Name=value" as properties.
+inline std::map<std::string, std::string> Props(const std::string& text) {
+    std::map<std::string, std::string> out;
+    for (size_t at = 0; at < text.size();) {
+        const size_t bar = std::min(text.find('|', at), text.size());
+        const size_t eq = text.find('=', at);
+        out[text.substr(at, eq - at)] = text.substr(eq + 1, bar - eq - 1);
+        at = bar + 1;
     }
     return out;
 }
@@ -39,7 +55,7 @@ inline uint8_t ZeroSum(const Bytes& b, size_t n) {
 // An information area: version 01h, its length in 8-byte units, `body`, zero
 // padding and the checksum (off by `skew` to spoil it).
 inline Bytes Area(const Bytes& body, uint8_t skew = 0) {
-    Bytes a = Cat({{0x01, 0x00}, body});
+    Bytes a = Cat(B(0x01, 0x00), body);
     a.resize((a.size() + 1 + 7) / 8 * 8);
     a[1] = uint8_t(a.size() / 8);
     a.back() = uint8_t(ZeroSum(a, a.size() - 1) + skew);
