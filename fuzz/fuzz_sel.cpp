@@ -1,0 +1,151 @@
+// The SEL record: the slot scanner over any text, then every accessor and
+// decoder of the record it yields (or of 16 bytes straight from the input),
+// with an SDR cache built from fuzzed sensor records and output buffers of
+// every size, each exactly as large as the size passed so an overrun is seen.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fuzz/FuzzHost.h"
+#include "fuzz/FuzzText.h"
+#include "host/runtime.h"
+#include "sdr/SDRCache.h"
+#include "sel/IPMISELEntry.h"
+
+using namespace ipmisel;
+
+namespace {
+
+constexpr size_t kSlotWidth = 58;
+
+// A caller's buffer of exactly `size` bytes.
+struct Out {
+    explicit Out(uint32_t n) : size(n), data(new char[n == 0 ? 1 : n]) {}
+    uint32_t size;
+    std::unique_ptr<char[]> data;
+    char* get() { return size == 0 ? nullptr : data.get(); }
+};
+
+void Decode(IPMISELEntry& rec, const SDRCache& cache, FuzzedDataProvider& in) {
+    IPMIMapping mapping;
+    TCPluginCallbacks* cb = host::hostCallbacks();
+    const uint32_t sizes[2] = {512, in.ConsumeIntegralInRange<uint32_t>(1, 600)};
+    for (uint32_t size : sizes) {
+        {
+            Out o(size);
+            rec.GetRecordID(o.get(), o.size);
+        }
+        {
+            Out o(size);
+            rec.GetGeneratorID(mapping, cb, o.get(), o.size);
+        }
+        {
+            Out o(size);
+            rec.CopySensorType(mapping, cb, o.get(), o.size);
+        }
+        {
+            Out o(size);
+            rec.GetEventType(o.get(), o.size);
+        }
+        {
+            Out o(size);
+            const IPMISDREntry* sdr = FindSDR(cache, rec.SensorNumber());
+            if (sdr) {
+                rec.GetEventData(mapping, cb, o.get(), o.size, sdr->Conversion(),
+                                 std::string(sdr->IDString));
+            } else {
+                rec.GetEventData(mapping, cb, o.get(), o.size, SensorConversion{}, "");
+            }
+        }
+        {
+            Out o(size);
+            rec.CopyRawDataString(o.get(), o.size);
+        }
+        {
+            std::vector<uint8_t> raw(size);
+            rec.CopyRawDataHex(raw.data(), size);
+        }
+        {
+            Out o(size);
+            rec.GetShutDownEvent(o.get(), o.size);
+        }
+        {
+            Out o(size);
+            rec.GetOEMxC0(mapping, cb, o.get(), o.size);
+        }
+        {
+            Out o(size);
+            rec.GetOEMxC1(mapping, cb, o.get(), o.size);
+        }
+        {
+            Out o(size);
+            rec.GetOEMxE0(mapping, cb, o.get(), o.size);
+        }
+        {
+            Out o(size);
+            rec.GetOEMxE1(mapping, cb, o.get(), o.size);
+        }
+        for (StampSource source : {StampSource::Record, StampSource::Embedded}) {
+            Out o(size < 64 ? size : 64);
+            NOXAQSV20::TCIMDateTime diff;
+            diff.Set(in.ConsumeIntegralInRange<uint32_t>(0, 20000),
+                     in.ConsumeIntegralInRange<uint16_t>(0, 23),
+                     in.ConsumeIntegralInRange<uint16_t>(0, 59),
+                     in.ConsumeIntegralInRange<uint16_t>(0, 59), 0);
+            rec.GetTimestamp(o.get(), o.size, diff, in.ConsumeBool(), in.ConsumeBool(), source);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    fuzz::SetUpHost();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider in(data, size);
+
+    // The node's SDR cache, from a few fuzzed sensor records.
+    SDRCache cache;
+    {
+        char info[SDRInfoTextSize];
+        fuzz::FillSlot(info, sizeof info, in);
+        std::vector<SDRTextBlock> blocks(in.ConsumeIntegralInRange<size_t>(0, 4));
+        for (SDRTextBlock& b : blocks) {
+            fuzz::FillSlot(b.text, 64, in);
+            fuzz::FillSlot(b.text + 64, 96, in);
+            fuzz::FillSlot(b.text + 160, 64, in);
+        }
+        CreateSDRCache(nullptr, cache, blocks, info);
+    }
+
+    // The SEL slots: several 58-character slots, one of them scanned.
+    IPMISELEntry rec;
+    if (in.ConsumeBool()) {
+        const size_t slots = in.ConsumeIntegralInRange<size_t>(1, 3);
+        std::vector<char> text(slots * kSlotWidth);
+        for (size_t i = 0; i < slots; ++i) {
+            fuzz::FillSlot(text.data() + i * kSlotWidth, kSlotWidth, in);
+        }
+        const uint32_t index = in.ConsumeIntegralInRange<uint32_t>(0, slots - 1);
+        if (rec.ScanSELDataFile(text.data(), index) == 2) {
+            DeleteSDRCache(cache);
+            return 0;
+        }
+    } else {
+        std::vector<uint8_t> bytes = in.ConsumeBytes<uint8_t>(16);
+        if (!bytes.empty()) {
+            std::memcpy(rec.bytes, bytes.data(), bytes.size());
+        }
+    }
+
+    Decode(rec, cache, in);
+    DeleteSDRCache(cache);
+    return 0;
+}
