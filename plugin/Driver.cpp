@@ -20,6 +20,8 @@
 #include "export/ExportSEL.h"
 #include "firmware/FirmwareCollectors.h"
 #include "firmware/IPMIRequestVPD.h"
+#include "fru/FRUCollector.h"
+#include "fru/IPMIVPDEntry.h"
 #include "ipmi/IPMIRequestSDR.h"
 #include "ipmi/IPMIRequestSEL.h"
 #include "mapping/IPMIMapping.h"
@@ -40,10 +42,10 @@ bool (*g_allocationFails)(const char* what) = nullptr;
 
 namespace {
 
-// The FRU inventory object of the FRU collector and its per-node entry. The
-// FRU object is replaced at every collection, the entry lives as long as its
-// node.
-struct FRUVpdEntry {};
+// The node's own VPD entry object. The FRU collector writes into the
+// collection-wide inventory object instead, so this one only keeps the
+// node's allocation (and its failure line) as the framework's logs have
+// always shown it.
 struct VPDEntry {};
 
 // ---- state that survives between collections ----------------------------------
@@ -53,7 +55,7 @@ int g_bmcFound = 0;
 int32_t g_nodeCount = 0;
 bool g_fruOnce = false;
 time_t g_fruResetTime = 0;
-std::unique_ptr<FRUVpdEntry> g_fruVpdEntry;
+std::unique_ptr<IPMIVPDEntry> g_fruVpdEntry;
 PlatformState g_platform;
 
 // ---- allocation ----------------------------------------------------------------
@@ -305,8 +307,6 @@ void CollectAuxDebug(NodeContext& ctx) {
                       static_cast<uint32_t>(ctx.selRecords.size()));
 }
 
-void CollectFRUInventory(NodeContext&) {}
-
 void CollectFRU(NodeContext& ctx) {
     const time_t now = g_clock();
     if (now > g_fruResetTime && now - g_fruResetTime > platform::kFruRefreshSeconds) {
@@ -323,7 +323,7 @@ void CollectFRU(NodeContext& ctx) {
     }
     Log(SevDetail, "Getting FRU records.");
     Log(SevDetail, "Obtaining FRU Locator info.");
-    CollectFRUInventory(ctx);
+    CollectFRUInventory(ctx.cb, ctx.io, ctx.library, ctx.node, *g_fruVpdEntry);
 }
 
 // The firmware classes: each writes at most one instance for the node, and a
@@ -494,7 +494,7 @@ void Collect(TCPluginCallbacks* cb, fdriIOHandle* io, const char** classes, int3
     ProbePlatform(cb);
 
     g_fruVpdEntry.reset();
-    g_fruVpdEntry.reset(NewObject<FRUVpdEntry>("fIpmiVpdentryFru"));
+    g_fruVpdEntry.reset(NewObject<IPMIVPDEntry>("fIpmiVpdentryFru"));
     if (!g_fruVpdEntry) {
         OutOfMemory("Could not allocate memory for fIpmiVpdentryFru.");
     }
