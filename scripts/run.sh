@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh >&2
-if [ ! -x build/bin/ipmisel-collect ] || [ -n "$(find base collector host plugin ipmi sdr sel mapping export auxlog fru firmware data scenarios -newer build/bin/ipmisel-collect -print -quit 2>/dev/null)" ]; then
+if [ ! -x build/bin/ipmisel-collect ] || [ -n "$(find base collector host plugin ipmi sdr sel mapping export auxlog fru firmware data -newer build/bin/ipmisel-collect -print -quit 2>/dev/null)" ]; then
   cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
   cmake --build build -j"$(nproc 2>/dev/null || echo 2)" --target ipmisel-collect ipmisel >&2
 fi
