@@ -3,18 +3,66 @@
 // against a node's SEL whose record IDs may or may not match.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <vector>
 
 #include "auxlog/AuxLog.h"
 #include "fuzz/FuzzHost.h"
+#include "fuzz/FuzzSeeds.h"
 #include "host/runtime.h"
 
 using namespace ipmisel;
 
+namespace {
+
+// Seeds: each node's log six entries at a time, with the SEL records they
+// belong to.
+void WriteSeeds() {
+    fuzz::ForEachSeedNode(
+        [](const std::string& tag, const sim::Scenario&, size_t, NOXAQSV20::SPLibrary* library) {
+            const fuzz::NodeAnswers a = fuzz::ReadNode(library);
+            std::vector<IPMISELEntry> sel(a.sel.size());
+            for (size_t r = 0; r < a.sel.size(); ++r) {
+                sel[r].ScanSELDataFile(a.sel[r].text, 0);
+            }
+            for (size_t from = 0; from == 0 || from < a.aux.size(); from += 6) {
+                const size_t n = std::min<size_t>(6, a.aux.size() - from);
+                fuzz::SeedWriter w;
+                w.Range(0, 6, n);
+                std::vector<const IPMISELEntry*> owners;
+                for (size_t i = from; i < from + n; ++i) {
+                    w.Bool(false);
+                    w.Range(0, kAuxSlotSize, kAuxSlotSize);
+                    w.Bytes(reinterpret_cast<const char*>(a.aux[i].data), kAuxSlotSize);
+                    for (const IPMISELEntry& r : sel) {
+                        if (r.RecordID() == AuxRecordID(a.aux[i]) && owners.size() < 4) {
+                            owners.push_back(&r);
+                        }
+                    }
+                }
+                w.Range(0, 4, owners.size());
+                for (const IPMISELEntry* r : owners) {
+                    w.Bytes(std::vector<uint8_t>(r->bytes, r->bytes + 16));
+                    if (n > 0) {
+                        w.Bool(false);
+                    }
+                }
+                fuzz::WriteSeed(tag + "-" + std::to_string(from / 6), w.Finish());
+            }
+        });
+}
+
+} // namespace
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::SetUpHost();
+    if (!fuzz::SeedFolder().empty()) {
+        WriteSeeds();
+        std::exit(0);
+    }
     return 0;
 }
 

@@ -5,6 +5,8 @@
 // formats) from the file runs over the fuzzed file with fuzzed event bytes.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "fuzz/FuzzHost.h"
+#include "fuzz/FuzzSeeds.h"
 #include "host/runtime.h"
 #include "mapping/IPMIMapping.h"
 #include "mapping/MessageFile.h"
@@ -175,10 +178,48 @@ void Decoders(FuzzedDataProvider& in) {
     message::FormatOneNumber(b.get(), size, format.c_str(), in.ConsumeIntegral<int>());
 }
 
+// Seeds: the bundled file looked up by its own ids, four at a time, then the
+// decoders on it.
+void WriteSeeds() {
+    std::vector<int> ids;
+    const std::string& all = fuzz::BundledMessageFile();
+    for (size_t at = 0; at < all.size();) {
+        size_t end = all.find('\n', at);
+        end = end == std::string::npos ? all.size() : end;
+        size_t digits = 0;
+        while (at + digits < end && std::isdigit(static_cast<unsigned char>(all[at + digits]))) {
+            ++digits;
+        }
+        if (digits > 0 && digits < 6 && at + digits < end && all[at + digits] == '=') {
+            ids.push_back(std::stoi(all.substr(at, digits)));
+        }
+        at = end + 1;
+    }
+    const size_t step = std::max<size_t>(1, ids.size() / 120);
+    for (size_t s = 0; s < 30 && s * 4 * step < ids.size(); ++s) {
+        fuzz::SeedWriter w;
+        w.Range(0, 2, 1);
+        w.String("");
+        w.Range(1, 4, 4);
+        for (size_t k = 0; k < 4; ++k) {
+            const size_t i = std::min(ids.size() - 1, (s * 4 + k) * step);
+            w.Range(0, 2, 1);
+            w.Range(0, 99999, static_cast<uint64_t>(ids[i]));
+            w.Range(0, 601, 513);
+        }
+        w.Bool(false);
+        fuzz::WriteSeed("ids-" + std::to_string(s), w.Finish());
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::SetUpHost();
+    if (!fuzz::SeedFolder().empty()) {
+        WriteSeeds();
+        std::exit(0);
+    }
     return 0;
 }
 

@@ -3,16 +3,51 @@
 // one entry at a time and then all together into a node's cache.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "fuzz/FuzzHost.h"
+#include "fuzz/FuzzSeeds.h"
 #include "fuzz/FuzzText.h"
 #include "sdr/SDRCache.h"
 
 using namespace ipmisel;
 
+namespace {
+
+// Seeds: each node's repository, eight sensor records at a time.
+void WriteSeeds() {
+    fuzz::ForEachSeedNode(
+        [](const std::string& tag, const sim::Scenario&, size_t, NOXAQSV20::SPLibrary* library) {
+            const fuzz::NodeAnswers a = fuzz::ReadNode(library);
+            for (size_t from = 0; from == 0 || from < a.sdr.size(); from += 8) {
+                const size_t n = std::min<size_t>(8, a.sdr.size() - from);
+                fuzz::SeedWriter w;
+                w.Range(0, 2, 0);
+                w.Bytes(a.sdrInfo, SDRInfoTextSize);
+                w.Range(0, 8, n);
+                for (size_t i = from; i < from + n; ++i) {
+                    for (auto [at, width] : {std::pair{0, 64}, {64, 96}, {160, 64}}) {
+                        w.Range(0, 2, 0);
+                        w.Bytes(a.sdr[i].text + at, static_cast<size_t>(width));
+                    }
+                }
+                w.Bool(false);
+                fuzz::WriteSeed(tag + "-" + std::to_string(from / 8), w.Finish());
+            }
+        });
+}
+
+} // namespace
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::SetUpHost();
+    if (!fuzz::SeedFolder().empty()) {
+        WriteSeeds();
+        std::exit(0);
+    }
     return 0;
 }
 

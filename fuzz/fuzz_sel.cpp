@@ -5,12 +5,14 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "fuzz/FuzzHost.h"
+#include "fuzz/FuzzSeeds.h"
 #include "fuzz/FuzzText.h"
 #include "host/runtime.h"
 #include "sdr/SDRCache.h"
@@ -101,10 +103,62 @@ void Decode(IPMISELEntry& rec, const SDRCache& cache, FuzzedDataProvider& in) {
     }
 }
 
+// Seeds: each SEL record of our scenarios with its node's repository info and
+// the sensor record it names (then others) as the BMC rendered them.
+void WriteSeeds() {
+    size_t written = 0;
+    fuzz::ForEachSeedNode([&](const std::string& tag, const sim::Scenario&, size_t,
+                              NOXAQSV20::SPLibrary* library) {
+        const fuzz::NodeAnswers a = fuzz::ReadNode(library);
+        std::vector<int> sensor;
+        for (const SDRTextBlock& b : a.sdr) {
+            IPMISDREntry e;
+            sensor.push_back(
+                e.ScanSDRDataFile(b.Header(), b.Units(), b.String()) == 0 ? e.SensorNumber : -1);
+        }
+        for (size_t r = 0; r < a.sel.size() && r < 16 && written < 40; ++r, ++written) {
+            IPMISELEntry rec;
+            rec.ScanSELDataFile(a.sel[r].text, 0);
+            std::vector<size_t> picked;
+            for (size_t i = 0; i < a.sdr.size(); ++i) {
+                if (sensor[i] == rec.SensorNumber()) {
+                    picked.push_back(i);
+                    break;
+                }
+            }
+            for (size_t i = 0; i < a.sdr.size() && picked.size() < 4; ++i) {
+                if (picked.empty() || picked[0] != i) {
+                    picked.push_back(i);
+                }
+            }
+            fuzz::SeedWriter w;
+            w.Range(0, 2, 0);
+            w.Bytes(a.sdrInfo, SDRInfoTextSize);
+            w.Range(0, 4, picked.size());
+            for (size_t i : picked) {
+                for (auto [at, width] : {std::pair{0, 64}, {64, 96}, {160, 64}}) {
+                    w.Range(0, 2, 0);
+                    w.Bytes(a.sdr[i].text + at, static_cast<size_t>(width));
+                }
+            }
+            w.Bool(true);
+            w.Range(1, 3, 1);
+            w.Range(0, 2, 0);
+            w.Bytes(a.sel[r].text, kSlotWidth);
+            w.Range(1, 600, 512);
+            fuzz::WriteSeed(tag + "-" + std::to_string(r), w.Finish());
+        }
+    });
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::SetUpHost();
+    if (!fuzz::SeedFolder().empty()) {
+        WriteSeeds();
+        std::exit(0);
+    }
     return 0;
 }
 

@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (clang, ASan, UBSan) in build-fuzz/ and runs
+# each one in turn on its corpus, failing on the first crash, leak, timeout or
+# out-of-memory. Prints executions and coverage per target.
+#
+#   bash scripts/fuzz.sh                 every target, 30 s each
+#   bash scripts/fuzz.sh --smoke         every target, 10 s each (CI)
+#   bash scripts/fuzz.sh --seconds 600 fuzz_collect fuzz_sel
+#   bash scripts/fuzz.sh --seeds         regenerate fuzz/corpus/ from the scenarios, then run
+#
+# What a run finds goes to build-fuzz/corpus/<target>/ (the committed seeds in
+# fuzz/corpus/<target>/ are read, never written); a crashing input is saved as
+# build-fuzz/artifacts/<target>-crash-*.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+seconds=30
+seeds=0
+targets=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --smoke) seconds=10 ;;
+    --seconds) seconds="$2"; shift ;;
+    --seeds) seeds=1 ;;
+    -h|--help) sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    fuzz_*) targets+=("$1") ;;
+    *) echo "fuzz.sh: unknown argument '$1'" >&2; exit 2 ;;
+  esac
+  shift
+done
+
+if ! command -v clang++ >/dev/null || ! ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1; then
+  echo "== installing clang and its fuzzer runtime"
+  sudo=""; [ "$(id -u)" = 0 ] || sudo=sudo
+  $sudo apt-get update -qq
+  $sudo apt-get install -y -qq clang libclang-rt-dev >/dev/null
+fi
+sh scripts/setup.sh --no-e2e >/dev/null
+
+build=build-fuzz
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+echo "== build ($build/)"
+CXX=clang++ cmake -S . -B "$build" -DIPMISEL_FUZZ=ON -DIPMISEL_BENCH=OFF \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo "${launcher[@]}" >/dev/null
+if [ ${#targets[@]} -eq 0 ]; then
+  for f in fuzz/fuzz_*.cpp; do
+    t=$(basename "$f" .cpp)
+    targets+=("$t")
+  done
+fi
+cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" --target "${targets[@]}"
+
+if [ "$seeds" = 1 ]; then
+  for t in "${targets[@]}"; do
+    name=${t#fuzz_}
+    # Keep inputs that reproduced a fault; regenerate the rest.
+    find "fuzz/corpus/$name" -maxdepth 1 -type f ! -name 'crash-*' -delete 2>/dev/null || true
+    IPMISEL_FUZZ_SEEDS="$PWD/fuzz/corpus/$name" "$build/bin/$t" >/dev/null
+    echo "seeds: $t $(ls "fuzz/corpus/$name" | wc -l) files"
+  done
+fi
+
+mkdir -p "$build/artifacts"
+summary=()
+total=0
+for t in "${targets[@]}"; do
+  name=${t#fuzz_}
+  work="$build/corpus/$name"
+  mkdir -p "$work" "fuzz/corpus/$name"
+  log="$build/artifacts/$t.log"
+  echo "== $t (${seconds}s)"
+  # One fuzzer at a time, no forks: the machine is shared.
+  if ! ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+      "$build/bin/$t" -max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048 \
+      -print_final_stats=1 -artifact_prefix="$build/artifacts/$t-" \
+      "$work" "fuzz/corpus/$name" >"$log" 2>&1; then
+    tail -n 60 "$log"
+    echo "fuzz.sh: $t failed; the input is in $build/artifacts/ and the log in $log" >&2
+    exit 1
+  fi
+  execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
+  rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log" | tail -1)
+  cov=$(grep -E '^#[0-9]+.*(DONE|pulse|NEW|REDUCE|INITED).*cov: ' "$log" | tail -1 | sed -E 's/.*cov: ([0-9]+).*/\1/')
+  ft=$(grep -E '^#[0-9]+.*cov: ' "$log" | tail -1 | sed -E 's/.* ft: ([0-9]+).*/\1/')
+  summary+=("$(printf '%-16s %12s execs %8s exec/s  cov: %-6s ft: %s' "$t" "$execs" "$rate" "$cov" "$ft")")
+  total=$((total + ${execs:-0}))
+done
+
+echo "== summary"
+printf '%s\n' "${summary[@]}"
+echo "total executions: $total"
