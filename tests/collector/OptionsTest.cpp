@@ -7,84 +7,69 @@ using namespace ipmisel::collector;
 
 namespace {
 
-ParsedOptions parse(std::vector<std::string> args) {
-    return parseOptions(args);
-}
-
-TEST(Options, DefaultsValuesInBothSpellingsAndHelp) {
+TEST(Options, AcceptedCommandLines) {
     // A value starting with "--" only in the --name=VALUE form; one dash is a value.
-    auto p = parse({"--format=csv", "--log-level", "0", "--class", "OXASG_VTXAuxDebugRecord",
-                    "--class", "OXASG_IPMIFRU", "--class=OXASG_IPMILogRecord", "--class",
-                    "OXASG_IPMIFRU", "--sim=--odd.json", "--out", "-"});
+    auto p = parseOptions({"--format=csv", "--log-level", "0", "--class", "OXASG_VTXAuxDebugRecord",
+                           "--class", "OXASG_IPMIFRU", "--class=OXASG_IPMILogRecord", "--class",
+                           "OXASG_IPMIFRU", "--sim=--odd.json", "--out", "-"});
     ASSERT_EQ(p.error, "");
-    const Options& o = p.options;
-    EXPECT_EQ(o.format, Format::Csv);
-    EXPECT_EQ(o.logLevel, 0);
-    EXPECT_EQ(o.simFile, "--odd.json");
-    EXPECT_EQ(o.outFile, "-");
+    EXPECT_EQ(p.options.format, Format::Csv);
+    EXPECT_EQ(p.options.logLevel, 0);
+    EXPECT_EQ(p.options.simFile, "--odd.json");
+    EXPECT_EQ(p.options.outFile, "-");
     // In the driver's order (log records before the debug records matched
     // against them), each once.
-    EXPECT_EQ(o.effectiveClasses(),
+    EXPECT_EQ(p.options.effectiveClasses(),
               (std::vector<std::string>{"OXASG_IPMILogRecord", "OXASG_VTXAuxDebugRecord",
                                         "OXASG_IPMIFRU"}));
-    // None given: every class, in the driver's order; the format is chosen
-    // later (a table on a terminal).
-    p = parse({});
+    // None given: every class; the format is chosen later (a table on a terminal).
+    p = parseOptions({});
     EXPECT_FALSE(p.options.format.has_value());
     auto all = p.options.effectiveClasses();
     ASSERT_EQ(all.size(), 8u);
     EXPECT_EQ(all[0] + all[7], "OXASG_IPMILogRecordOXASG_AMIFirmwareElement");
     // Help wins whatever its place and skips the consistency checks.
-    EXPECT_EQ(parse({"--version"}).options.action, Options::Action::Version);
-    p = parse({"--version", "--help", "--sim", "a", "--inband"});
+    p = parseOptions({"--version", "--help", "--sim", "a", "--inband"});
     EXPECT_EQ(p.error, "");
     EXPECT_EQ(p.options.action, Options::Action::Help);
-}
 
-TEST(Options, RealBmcOptionsAreParsed) {
-    auto p = parse({"--host", "bmc1", "--host", "10.0.0.5:6230", "--user", "admin",
-                    "--cipher-suite", "17", "--workaround", "idzero", "--workaround", "authcap",
-                    "--timeout", "300", "--retries", "0", "--privilege", "ADMINISTRATOR"});
+    p = parseOptions({"--host", "bmc1", "--host", "10.0.0.5", "--user", "admin", "--cipher-suite",
+                      "17", "--workaround", "idzero", "--workaround", "authcap", "--timeout", "300",
+                      "--retries", "0", "--privilege", "ADMINISTRATOR"});
     ASSERT_EQ(p.error, "");
     const Options& o = p.options;
-    // Several --host values are several BMC nodes, in order.
-    ASSERT_EQ(o.hosts.size(), 2u);
-    EXPECT_EQ(o.hosts[1].port, 6230);
+    EXPECT_EQ(o.hosts.size(), 2u); // several --host values are several BMC nodes
     EXPECT_EQ(o.cipherSuite, 17);
     EXPECT_EQ(o.workarounds, (std::vector<std::string>{"idzero", "authcap"}));
     EXPECT_EQ(o.timeoutSeconds, 300);
     EXPECT_EQ(o.retries, 0);
     EXPECT_EQ(o.privilege, "admin"); // ipmitool's spelling accepted
     EXPECT_TRUE(o.wantsRealBmc());
-    EXPECT_FALSE(parse({"--sim", "x", "--record", "r"}).options.wantsRealBmc());
+    EXPECT_FALSE(parseOptions({"--sim", "x", "--record", "r"}).options.wantsRealBmc());
 }
 
 TEST(Options, HostForms) {
-    struct Case {
+    const struct {
         const char* text;
         const char* host; // null: refused
         uint16_t port;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"bmc", "bmc", 623},       {"bmc:65535", "bmc", 65535},
         {"::1", "::1", 623}, // several colons: an IPv6 address, no port
         {"[::1]:700", "::1", 700}, {"bmc:0", nullptr, 0},
-        {"bmc:65536", nullptr, 0}, {"bmc:", nullptr, 0},
-        {"bmc:+5", nullptr, 0},    {":623", nullptr, 0},
-        {"[::1", nullptr, 0},      {"[]:623", nullptr, 0},
+        {"bmc:65536", nullptr, 0}, {"bmc:+5", nullptr, 0},
+        {":623", nullptr, 0},      {"[::1", nullptr, 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         std::string error;
         auto h = parseHost(c.text, &error);
-        if (c.host == nullptr) {
-            EXPECT_FALSE(h.has_value());
-            EXPECT_NE(error.find(std::string("--host \"") + c.text + "\""), std::string::npos)
-                << error;
+        ASSERT_EQ(h.has_value(), c.host != nullptr) << error;
+        if (h) {
+            EXPECT_EQ(h->host + ":" + std::to_string(h->port),
+                      c.host + (":" + std::to_string(c.port)));
         } else {
-            ASSERT_TRUE(h.has_value()) << error;
-            EXPECT_EQ(h->host, c.host);
-            EXPECT_EQ(h->port, c.port);
+            EXPECT_NE(error.find(std::string("--host \"") + c.text + "\""), std::string::npos);
         }
     }
 }
@@ -96,9 +81,7 @@ TEST(Options, RefusedCommandLines) {
         {{"--sim"}, "--sim needs a value"},
         // A forgotten value is named as such, not filled with the next option.
         {{"--host", "--format", "jsonl"}, "--host needs a value before --format"},
-        {{"--password-file", "--user", "a"}, "--password-file needs a value before --user"},
         {{"--host="}, "--host needs a value"},
-        {{"--workaround", ""}, "--workaround needs a value"},
         {{"--inband=yes"}, "--inband takes no value"},
         {{"--format", "JSONL"}, "--format must be jsonl, table or csv, not \"JSONL\""},
         {{"--log-level", "5"}, "--log-level must be a number from 0 to 4, not \"5\""},
@@ -106,8 +89,6 @@ TEST(Options, RefusedCommandLines) {
         {{"--out", "a", "--out", "b"}, "--out given more than once"},
         {{"--sim", "a", "--inband"}, "--sim, --inband and --host exclude each other"},
         {{"--user", "admin"}, "--user needs --host"},
-        {{"--host", "b", "--cipher-suite", "x"},
-         "--cipher-suite must be a cipher suite number, not \"x\""},
         {{"--host", "b", "--privilege", "root"},
          "--privilege must be user, operator or admin, not \"root\""},
         {{"--host", "b:99999"}, "--host \"b:99999\": the port must be a number from 1 to 65535"},
@@ -117,7 +98,7 @@ TEST(Options, RefusedCommandLines) {
         {{"--inband", "--timeout", "5"}, "--timeout needs --host"},
     };
     for (const auto& [args, error] : cases) {
-        EXPECT_EQ(parse(args).error, error) << args.front();
+        EXPECT_EQ(parseOptions(args).error, error) << args.front();
     }
 }
 
