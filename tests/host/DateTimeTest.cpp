@@ -53,8 +53,6 @@ TEST(DateTime, DifferenceAndOrderGoByTheInstant) {
          "00000000000000.500000:000"},
         // A zone five hours west.
         {at(2010, 5, 5, 0, 0, 0, 0, -300), at(2010, 5, 5, 0, 0, 0), "00000000050000.000000:000"},
-        // A BMC clock at 0 against a recent time: many days.
-        {at(1970, 1, 1, 0, 0, 0), at(2000, 1, 1, 0, 0, 0), "00010957000000.000000:000"},
         // An instant moved back by an interval stays in its zone.
         {at(2024, 3, 1, 0, 30, 0, 0, -300), span(0, 1, 0, 0), "20240229233000.000000-300"},
     };

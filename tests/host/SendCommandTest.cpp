@@ -88,7 +88,7 @@ TEST_F(SendCommand, RequestAndAnswerKeepTheFrameLayoutWithinTheCapacity) {
 
 TEST_F(SendCommand, FailuresLeaveTheBufferAsItWas) {
     // Capacities that cannot hold the request header are refused before sending.
-    for (int32_t capacity : {-256, -1, 0, 8}) {
+    for (int32_t capacity : {-1, 0, 8}) {
         Frame b = frame(1);
         EXPECT_FALSE(send(b, capacity));
         EXPECT_EQ(b, frame(1));
