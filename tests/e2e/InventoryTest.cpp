@@ -7,17 +7,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <sstream>
-
-#include <nlohmann/json.hpp>
 
 #include "tests/e2e/Processes.h"
 
 namespace ipmisel::e2e {
 namespace {
-
-using json = nlohmann::ordered_json;
-using Bytes = std::vector<uint8_t>;
 
 const std::string kEmu = "inventory.emu";
 
@@ -25,7 +19,7 @@ const std::string kEmu = "inventory.emu";
 // command file itself so that ipmi-fru sees exactly what the BMC holds.
 std::map<int, Bytes> fruImages() {
     std::string text = readFile(test::sourceDir() + "/tests/e2e/bmc/" + kEmu);
-    for (size_t at; (at = text.find("\\\n")) != std::string::npos;) {
+    for (size_t at; (at = text.find("\\\n")) != npos;) {
         text.replace(at, 2, " ");
     }
     std::map<int, Bytes> images;
@@ -33,31 +27,13 @@ std::map<int, Bytes> fruImages() {
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
         std::string command, mc, id, length, data;
-        if (!(words >> command >> mc >> id >> length >> data) || command != "mc_add_fru_data") {
-            continue;
-        }
-        Bytes& bytes = images[std::stoi(id, nullptr, 0)];
-        for (std::string b; words >> b;) {
-            bytes.push_back(static_cast<uint8_t>(std::stoul(b, nullptr, 16)));
+        if ((words >> command >> mc >> id >> length >> data) && command == "mc_add_fru_data") {
+            for (std::string b; words >> b;) {
+                images[std::stoi(id, nullptr, 0)].push_back(uint8_t(std::stoul(b, nullptr, 16)));
+            }
         }
     }
     return images;
-}
-
-std::vector<json> instancesOf(const std::string& jsonl, const std::string& className) {
-    std::vector<json> out;
-    std::istringstream lines(jsonl);
-    for (std::string line; std::getline(lines, line);) {
-        if (json i = json::parse(line); i["class"] == className) {
-            out.push_back(i["properties"]);
-        }
-    }
-    return out;
-}
-
-std::string trimmed(const std::string& s) {
-    const size_t a = s.find_first_not_of(' '), b = s.find_last_not_of(' ');
-    return a == std::string::npos ? "" : s.substr(a, b - a + 1);
 }
 
 // What `ipmi-fru --fru-file` prints for an image, under our property names,
@@ -77,19 +53,16 @@ std::map<std::string, std::string> ipmiFruFields(const Bytes& image) {
         {"Product Part/Model Number", "ProductPartNumber"},
         {"Product Version", "ProductVersion"},
         {"Product Serial Number", "ProductSerialNumber"},
-        {"Product Asset Tag", "ProductAssetTag"},
-    };
-    const std::string file = test::writeTempFile(
-        "fru.bin", std::string(reinterpret_cast<const char*>(image.data()), image.size()));
-    RunResult r = runProgram({"ipmi-fru", "--fru-file=" + file});
+        {"Product Asset Tag", "ProductAssetTag"}};
+    const std::string file =
+        test::writeTempFile("fru.bin", std::string(image.begin(), image.end()));
     std::map<std::string, std::string> fields;
-    std::istringstream lines(r.out);
+    std::istringstream lines(runProgram({"ipmi-fru", "--fru-file=" + file}).out);
     for (std::string line; std::getline(lines, line);) {
         const size_t colon = line.find(": ");
-        if (!line.starts_with("  FRU ") || colon == std::string::npos) {
-            continue;
-        }
-        auto name = names.find(line.substr(6, colon - 6));
+        auto name = line.starts_with("  FRU ") && colon != npos
+                        ? names.find(line.substr(6, colon - 6))
+                        : names.end();
         if (name == names.end()) {
             continue;
         }
@@ -108,18 +81,6 @@ std::map<std::string, std::string> ipmiFruFields(const Bytes& image) {
     return fields;
 }
 
-// Log records at or below a severity ("<digit> <text>" per record).
-std::vector<std::string> logRecordsUpTo(const std::string& log, char severity) {
-    std::vector<std::string> out;
-    std::istringstream lines(log);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.size() > 2 && line[0] >= '0' && line[0] <= severity && line[1] == ' ') {
-            out.push_back(line);
-        }
-    }
-    return out;
-}
-
 class Inventory : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -131,39 +92,34 @@ class Inventory : public ::testing::Test {
         }
     }
     static void TearDownTestSuite() { sim.reset(); }
-
-    // One FRU collection serves every FRU test.
-    static const RunResult& fruRun() {
-        static const RunResult run =
-            collect({sim.get()}, {"--class", "OXASG_IPMIFRU", "--format", "jsonl"});
-        return run;
-    }
-
     static std::unique_ptr<IpmiSim> sim;
 };
 std::unique_ptr<IpmiSim> Inventory::sim;
 
-TEST_F(Inventory, OneInstancePerLogicalFRUWithDataInRepositoryOrder) {
-    const RunResult& run = fruRun();
+TEST_F(Inventory, OneFRUPerLogicalLocatorWithDataAndStandardFieldsAsIpmiFruReadsThem) {
+    RunResult run = collect({sim.get()}, {"--class", "OXASG_IPMIFRU", "--format", "jsonl"});
     ASSERT_EQ(run.code, 0) << run.err;
     const auto frus = instancesOf(run.out, "OXASG_IPMIFRU");
     // The physical "Backplane" locator is not read, although the device its
-    // byte 6 names holds a board area; "Fan Board" has no data.
+    // byte 6 names holds a board area; "Fan Board" has no data. Then the FRU
+    // device and how many standard fields ipmi-fru shows for it.
     struct Expected {
-        const char* name;
-        const char *identifying, *vendor, *fruNumber, *partNumber, *serialNumber;
+        const char *name, *identifying, *vendor, *fruNumber, *partNumber, *serialNumber;
+        int device;
+        size_t fields;
     } expected[] = {
         // Board-area bytes 7, 134, 102 and 71 of an image laid out for them.
-        {"Mainboard", " ", "Example Systems", "01KP112", "01PN220", "MB24F0012345"},
+        {"Mainboard", " ", "Example Systems", "01KP112", "01PN220", "MB24F0012345", 1, 14},
         // The same places of a packed image: byte 7 is a 6-bit packed byte
         // (25h, '%', ends the field at once); 71 and 102 lie past the board
         // area, in the product area's "Example Systems" ("tems") and
         // "RC0099" ("9"); 134 past the image, a zero.
-        {"Riser Card", " ", "", "", "9", "tems"},
+        {"Riser Card", " ", "", "", "9", "tems", 2, 13},
         // Fixed offsets: 12+34-56 loses its first '+', then its first '-'.
-        {"Power Supply", "K10345", "EXPW", "00FK933", "123456", "K10345"},
+        {"Power Supply", "K10345", "EXPW", "00FK933", "123456", "K10345", 3, 0},
     };
     ASSERT_EQ(frus.size(), std::size(expected)) << run.out;
+    const auto images = fruImages();
     for (size_t i = 0; i < frus.size(); ++i) {
         const json& p = frus[i];
         const Expected& e = expected[i];
@@ -177,34 +133,18 @@ TEST_F(Inventory, OneInstancePerLogicalFRUWithDataInRepositoryOrder) {
         EXPECT_EQ(p["SerialNumber"], e.serialNumber);
         // The properties reach the framework in ascending name order.
         std::vector<std::string> names;
+        std::map<std::string, std::string> ours;
         for (const auto& item : p.items()) {
             names.push_back(item.key());
-        }
-        EXPECT_TRUE(std::is_sorted(names.begin(), names.end())) << p.dump();
-    }
-}
-
-TEST_F(Inventory, StandardFieldsAsIpmiFruReadsTheSameImages) {
-    const RunResult& run = fruRun();
-    ASSERT_EQ(run.code, 0) << run.err;
-    const auto frus = instancesOf(run.out, "OXASG_IPMIFRU");
-    ASSERT_EQ(frus.size(), 3u) << run.out;
-    const auto images = fruImages();
-    // Device per instance, and how many standard fields ipmi-fru shows.
-    const std::pair<int, size_t> devices[] = {{1, 14}, {2, 13}, {3, 0}};
-    for (size_t i = 0; i < frus.size(); ++i) {
-        SCOPED_TRACE(frus[i]["ElementName"].get<std::string>());
-        ASSERT_TRUE(images.count(devices[i].first));
-        const auto theirs = ipmiFruFields(images.at(devices[i].first));
-        ASSERT_EQ(theirs.size(), devices[i].second);
-        std::map<std::string, std::string> ours;
-        for (const auto& item : frus[i].items()) {
-            const std::string& name = item.key();
-            if (name.starts_with("Chassis") || name.starts_with("Board") ||
-                name.starts_with("Product")) {
-                ours[name] = trimmed(item.value().get<std::string>());
+            if (item.key().starts_with("Chassis") || item.key().starts_with("Board") ||
+                item.key().starts_with("Product")) {
+                ours[item.key()] = trimmed(item.value().get<std::string>());
             }
         }
+        EXPECT_TRUE(std::is_sorted(names.begin(), names.end())) << p.dump();
+        ASSERT_TRUE(images.count(e.device));
+        const auto theirs = ipmiFruFields(images.at(e.device));
+        EXPECT_EQ(theirs.size(), e.fields);
         EXPECT_EQ(ours, theirs);
     }
     // The encodings themselves, in case both readers went wrong together:
@@ -224,47 +164,39 @@ TEST_F(Inventory, BMCFirmwareAgreesWithIpmitoolMcInfo) {
     ASSERT_EQ(run.code, 0) << run.err;
     const auto elements = instancesOf(run.out, "OXASG_IPMIFirmwareElement");
     ASSERT_EQ(elements.size(), 1u) << run.out;
-    RunResult info =
-        runProgram({"ipmitool", "-I", "lanplus", "-C", "3", "-H", "127.0.0.1", "-p",
-                    std::to_string(sim->port()), "-U", IpmiSim::kUser, "-E", "mc", "info"},
-                   {{"IPMI_PASSWORD", IpmiSim::kPassword}});
+    EXPECT_EQ(elements[0]["SourceNode"], "1");
+    RunResult info = sim->ipmitool({"mc", "info"});
     ASSERT_EQ(info.code, 0) << info.err;
     std::map<std::string, std::string> theirs;
     std::istringstream lines(info.out);
     for (std::string line; std::getline(lines, line);) {
-        if (const size_t colon = line.find(" : "); colon != std::string::npos) {
+        if (const size_t colon = line.find(" : "); colon != npos) {
             // "Product ID : 1296 (0x0510)": the decimal number.
             std::string value = trimmed(line.substr(colon + 3));
             theirs[trimmed(line.substr(0, colon))] = value.substr(0, value.find(' '));
         }
     }
     // What inventory.emu's mc_add sets up, as both tools must show it.
-    const struct {
-        const char *label, *property, *value;
-    } rows[] = {
+    const std::tuple<const char*, const char*, const char*> rows[] = {
         {"Firmware Revision", "VersionString", "2.15"},
         {"IPMI Version", "IPMIVersion", "2.0"},
         {"Manufacturer ID", "ManufacturerID", "41921"},
         {"Product ID", "ProductID", "1296"},
         {"Device ID", "DeviceID", "33"},
-        {"Device Revision", "DeviceRevision", "5"},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(theirs[row.label], row.value) << row.label;
-        EXPECT_EQ(elements[0].value(row.property, ""), row.value) << row.property;
+        {"Device Revision", "DeviceRevision", "5"}};
+    for (const auto& [label, property, value] : rows) {
+        EXPECT_EQ(theirs[label], value) << label;
+        EXPECT_EQ(elements[0].value(property, ""), value) << property;
     }
-    EXPECT_EQ(elements[0]["SourceNode"], "1");
 }
 
 TEST_F(Inventory, MakerOnlyFirmwareClassesGiveNothingAndSayWhyOnce) {
     // ipmi_sim knows none of the maker's OEM commands (C1h), and over the LAN
     // no SMBIOS tells of CPLDs, FPGAs or a backplane: no instance, no failed
-    // collection, and one line saying why. The lines every run writes (the
-    // driver's) are those the four runs share; what is left is the class's.
-    const struct {
-        const char* className;
-        std::vector<std::string> lines;
-    } cases[] = {
+    // collection, and one line saying why. The log records up to severity 3
+    // ("<digit> <text>") every run writes (the driver's) are those the four
+    // runs share; what is left is the class's.
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
         {"OXASG_CPLDFirmwareElement",
          {"3 No CPLD known on this machine; no CPLD firmware collected."}},
         {"OXASG_FPGAFirmwareElement",
@@ -276,25 +208,29 @@ TEST_F(Inventory, MakerOnlyFirmwareClassesGiveNothingAndSayWhyOnce) {
         {"OXASG_AMIFirmwareElement",
          {"3 No AMI backplane known on this machine; no backplane firmware collected."}},
     };
-    const std::string dir = test::makeTempDir("ipmisel-oem");
+    const std::string log = test::makeTempDir("ipmisel-oem") + "/run.log";
     std::vector<std::vector<std::string>> logs;
-    for (const auto& c : cases) {
-        RunResult run = collect({sim.get()}, {"--class", c.className, "--format", "jsonl", "--log",
-                                              dir + "/run.log", "--log-level", "3"});
-        EXPECT_EQ(run.code, 0) << c.className << run.err;
-        EXPECT_EQ(run.out, "") << c.className;
-        logs.push_back(logRecordsUpTo(readFile(dir + "/run.log"), '3'));
+    for (const auto& [className, lines] : cases) {
+        RunResult run = collect({sim.get()}, {"--class", className, "--format", "jsonl", "--log",
+                                              log, "--log-level", "3"});
+        EXPECT_EQ(run.code, 0) << className << run.err;
+        EXPECT_EQ(run.out, "") << className;
+        std::istringstream text(readFile(log));
+        auto& records = logs.emplace_back();
+        for (std::string line; std::getline(text, line);) {
+            if (line.size() > 2 && line[0] >= '0' && line[0] <= '3' && line[1] == ' ') {
+                records.push_back(line);
+            }
+        }
     }
     for (size_t i = 0; i < logs.size(); ++i) {
         std::vector<std::string> own;
-        for (const std::string& line : logs[i]) {
-            if (!std::all_of(logs.begin(), logs.end(), [&](const auto& other) {
-                    return std::find(other.begin(), other.end(), line) != other.end();
-                })) {
-                own.push_back(line);
-            }
-        }
-        EXPECT_EQ(own, cases[i].lines) << cases[i].className;
+        std::copy_if(logs[i].begin(), logs[i].end(), std::back_inserter(own), [&](auto& line) {
+            return !std::all_of(logs.begin(), logs.end(), [&](const auto& other) {
+                return std::find(other.begin(), other.end(), line) != other.end();
+            });
+        });
+        EXPECT_EQ(own, cases[i].second) << cases[i].first;
     }
 }
 

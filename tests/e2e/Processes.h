@@ -14,25 +14,47 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "tests/support/HostFixture.h"
 
 namespace ipmisel::e2e {
 
 using Env = std::map<std::string, std::string>;
+using Bytes = std::vector<uint8_t>;
+using json = nlohmann::ordered_json; // properties in the order they were written
+constexpr auto npos = std::string::npos;
 
 inline std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline std::string trimmed(const std::string& s) {
+    const size_t a = s.find_first_not_of(' '), b = s.find_last_not_of(' ');
+    return a == npos ? "" : s.substr(a, b - a + 1);
+}
+
+// The properties of each instance of `className` in the collector's jsonl output.
+inline std::vector<json> instancesOf(const std::string& jsonl, const std::string& className) {
+    std::vector<json> out;
+    std::istringstream lines(jsonl);
+    for (std::string line; std::getline(lines, line);) {
+        if (json i = json::parse(line); i["class"] == className) {
+            out.push_back(i["properties"]);
+        }
+    }
+    return out;
 }
 
 // Why the test cannot run: the first of `tools` not installed, or "".
@@ -46,28 +68,22 @@ inline std::string missingTool(std::initializer_list<const char*> tools) {
     return {};
 }
 
-// Starts argv (looked up in PATH) with our environment plus `env`, stdin from
-// /dev/null and stdout and stderr into files. The child is killed when this
-// process dies, so no simulator outlives a crashed test.
-inline pid_t spawn(std::vector<std::string> argv, const Env& env, const std::string& out,
+// Starts argv through env(1), which adds `env` to our environment, with stdin
+// from /dev/null and stdout and stderr into files. The arguments are built
+// before fork: the child only calls exec. It is killed when this process
+// dies, so no simulator outlives a crashed test.
+inline pid_t spawn(const std::vector<std::string>& argv, const Env& env, const std::string& out,
                    const std::string& err) {
-    // Built before fork: the child only calls exec.
-    std::vector<std::string> envText;
-    for (char** e = environ; *e; ++e) {
-        if (!env.count(std::string(*e, std::strcspn(*e, "=")))) {
-            envText.emplace_back(*e);
-        }
-    }
+    std::vector<std::string> texts = {"env"};
     for (const auto& [name, value] : env) {
-        envText.push_back(name + "=" + value);
+        texts.push_back(name + "=" + value);
     }
-    std::vector<char*> args, envp;
-    for (auto [texts, p] : {std::pair{&argv, &args}, std::pair{&envText, &envp}}) {
-        for (auto& t : *texts) {
-            p->push_back(t.data());
-        }
-        p->push_back(nullptr);
+    texts.insert(texts.end(), argv.begin(), argv.end());
+    std::vector<char*> args;
+    for (auto& t : texts) {
+        args.push_back(t.data());
     }
+    args.push_back(nullptr);
     const pid_t parent = ::getpid();
     if (const pid_t pid = ::fork(); pid != 0) {
         return pid;
@@ -76,10 +92,8 @@ inline pid_t spawn(std::vector<std::string> argv, const Env& env, const std::str
     int in = ::open("/dev/null", O_RDONLY), o = ::open(out.c_str(), O_WRONLY | O_CREAT, 0600);
     int e = err == out ? o : ::open(err.c_str(), O_WRONLY | O_CREAT, 0600);
     if (::getppid() == parent && in >= 0 && o >= 0 && e >= 0) {
-        ::dup2(in, 0);
-        ::dup2(o, 1);
-        ::dup2(e, 2);
-        ::execvpe(args[0], args.data(), envp.data());
+        ::dup2(in, 0), ::dup2(o, 1), ::dup2(e, 2);
+        ::execvp(args[0], args.data());
     }
     ::_exit(127);
 }
@@ -116,7 +130,7 @@ struct RunResult {
 inline RunResult runProgram(const std::vector<std::string>& argv, Env env = {}) {
     const char* lsanEnv = std::getenv("LSAN_OPTIONS");
     std::string lsan = lsanEnv ? lsanEnv : "";
-    if (lsan.find("suppressions=") == std::string::npos) {
+    if (lsan.find("suppressions=") == npos) {
         lsan += ":suppressions=" IPMISEL_SOURCE_DIR "/tests/sanitizer/lsan.supp";
     }
     env["LSAN_OPTIONS"] = lsan + ":use_tls=0:print_suppressions=0";
@@ -126,8 +140,7 @@ inline RunResult runProgram(const std::vector<std::string>& argv, Env env = {}) 
     if (pid_t pid = spawn(argv, env, dir + "/out", dir + "/err"); pid > 0) {
         r.code = reap(pid, std::chrono::seconds(30));
     }
-    r.out = readFile(dir + "/out");
-    r.err = readFile(dir + "/err");
+    r.out = readFile(dir + "/out"), r.err = readFile(dir + "/err");
     std::error_code ec;
     std::filesystem::remove_all(dir, ec);
     return r;
@@ -139,7 +152,7 @@ inline uint16_t bindLoopback(uint16_t port) {
     int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in a{.sin_family = AF_INET,
                   .sin_port = htons(port),
-                  .sin_addr = {htonl(INADDR_LOOPBACK)},
+                  .sin_addr = {htonl(0x7F000001)},
                   .sin_zero = {}};
     socklen_t size = sizeof a;
     bool ok = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
@@ -148,17 +161,16 @@ inline uint16_t bindLoopback(uint16_t port) {
     return ok ? ntohs(a.sin_port) : 0;
 }
 
-// One ipmi_sim serving a BMC of tests/e2e/bmc/ (bmc.emu unless told) on
-// 127.0.0.1 with the given SEL. The SEL is written into its state folder
-// before it starts, so the records keep the time stamps given here (records
-// added through the simulator's commands would get its clock instead).
+// One ipmi_sim serving a BMC of tests/e2e/bmc/ on 127.0.0.1 with the given
+// SEL. The SEL is written into its state folder before it starts, so the
+// records keep the time stamps given here (records added through the
+// simulator's commands would get its clock instead).
 class IpmiSim {
   public:
     static constexpr const char* kUser = "ipmiusr";
     static constexpr const char* kPassword = "e2e-Secret-42";
 
-    explicit IpmiSim(const std::vector<std::vector<uint8_t>>& sel,
-                     const std::string& emu = "bmc.emu")
+    explicit IpmiSim(const std::vector<Bytes>& sel, const std::string& emu = "bmc.emu")
         : dir_(test::makeTempDir("ipmisel-sim")),
           emu_(test::sourceDir() + "/tests/e2e/bmc/" + emu) {
         std::filesystem::create_directories(dir_ + "/state/ipmi_sim/ipmisel");
@@ -198,12 +210,19 @@ class IpmiSim {
         }
         pid_ = -1;
     }
+    // ipmitool against this BMC, the password from IPMI_PASSWORD (-E), not
+    // from the command line.
+    RunResult ipmitool(std::vector<std::string> args) const {
+        args.insert(args.begin(), {"ipmitool", "-I", "lanplus", "-C", "3", "-H", "127.0.0.1", "-p",
+                                   std::to_string(port_), "-U", kUser, "-E"});
+        return runProgram(args, {{"IPMI_PASSWORD", kPassword}});
+    }
 
   private:
     bool start() {
         port_ = bindLoopback(0);
         std::string conf = readFile(test::sourceDir() + "/tests/e2e/bmc/lan.conf");
-        for (size_t at; (at = conf.find("@PORT@")) != std::string::npos;) {
+        for (size_t at; (at = conf.find("@PORT@")) != npos;) {
             conf.replace(at, 6, std::to_string(port_));
         }
         std::ofstream(dir_ + "/lan.conf") << conf;
@@ -233,8 +252,8 @@ inline const std::string kCollector = test::binDir() + "/ipmisel-collect";
 
 // ipmisel-collect against the simulators, in order. No --workaround: the
 // session falls back to opensesspriv by itself when the simulator refuses the
-// privilege, as a user's first try needs. Without a password the password file
-// is left out and the password comes from IPMISEL_PASSWORD.
+// privilege, as a user's first try needs. Without a password file the
+// password comes from IPMISEL_PASSWORD.
 inline RunResult collect(const std::vector<const IpmiSim*>& sims, std::vector<std::string> args,
                          const std::string& password = IpmiSim::kPassword, bool viaFile = true) {
     args.insert(args.begin(),

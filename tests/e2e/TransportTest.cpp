@@ -45,11 +45,11 @@ TEST(SdrReadSplitter, AnswersARefusedRestOfRecordWholeAndLeavesTheRestAlone) {
     auto bmc = std::make_shared<sim::SimBmc>(node);
     SdrReadSplitter splitter(bmc);
     const uint16_t rsv = reserve(splitter);
-
     // The plug-in's ID-string reads (2Fh full, 1Fh compact) and whole records
-    // from offset 0, which the splitter's own header read must not confuse.
-    using Read = std::tuple<uint16_t, uint8_t, uint16_t>; // ID, offset, next ID
-    for (auto [id, offset, next] : {Read{1, 0x2F, 2}, Read{3, 0x1F, 0xFFFF}, Read{2, 0, 3}}) {
+    // from offset 0, which the splitter's own header read must not confuse:
+    // record ID, offset, next record ID.
+    for (auto [id, offset, next] :
+         {std::tuple<uint16_t, uint8_t, uint16_t>{1, 0x2F, 2}, {3, 0x1F, 0xFFFF}, {2, 0, 3}}) {
         IpmiResponse r = splitter.send(getSdr(rsv, id, offset, 0xFF));
         ASSERT_TRUE(r.sent && r.cc == 0 && r.data.size() >= 2) << id << " " << int(offset);
         EXPECT_EQ(r.data[0] | (r.data[1] << 8), next);
@@ -60,7 +60,6 @@ TEST(SdrReadSplitter, AnswersARefusedRestOfRecordWholeAndLeavesTheRestAlone) {
     EXPECT_EQ(splitter.pieceSize(), 16); // halved from 32 once, and kept
     const unsigned splits = splitter.splitReads();
     EXPECT_GE(splits, 2u);
-
     // A refused count that is not "the rest" stays refused: the plug-in asked
     // for exactly that many bytes. A wrong reservation and a malformed
     // request pass through untouched.
@@ -72,52 +71,45 @@ TEST(SdrReadSplitter, AnswersARefusedRestOfRecordWholeAndLeavesTheRestAlone) {
 }
 
 TEST(SdrReadSplitter, OddBmcAnswers) {
-    // A BMC written inline, for answers no well-behaved one gives. Pieces
-    // above `cap` bytes are refused; the header read always works (stale
-    // bytes after it included).
-    struct Scripted {
-        Bytes record;
-        unsigned cap = 8;
-        int skew = 0;    // bytes more (stale ones) or fewer than asked for
-        int lostAt = -1; // this piece read (from 0) finds the reservation lost
+    // A BMC written inline, for answers no well-behaved one gives: pieces
+    // above `cap` bytes are refused, `skew` bytes more (stale ones) or fewer
+    // than asked for come back, and piece read `lostAt` (from 0) finds the
+    // reservation lost. The header read always works, stale bytes included.
+    Bytes record(25);
+    std::iota(record.begin() + 5, record.end(), 0x40);
+    struct Case {
+        const char* what;
+        uint8_t length, cap; // the record's length byte
+        int skew, lostAt;
+        uint8_t offset, cc;
+    };
+    const Case cases[] = {
+        {"stale bytes after each piece are dropped", 20, 8, 6, -1, 6, 0x00},
+        {"short pieces are continued where they ended", 20, 8, -3, -1, 6, 0x00},
+        {"a lost reservation reaches the caller", 20, 8, 0, 1, 6, 0xC5},
+        // A length byte that puts the offset past the end, and a BMC that
+        // refuses even one byte: its own refusal, after few requests.
+        {"offset past the end", 2, 8, 0, -1, 0x2F, 0xCA},
+        {"not even one byte", 200, 0, 0, -1, 0x2F, 0xCA},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::copy_n(Bytes{0x01, 0x00, 0x51, 0x01, c.length}.begin(), 5, record.begin());
         int pieces = 0;
-        IpmiResponse answer(const IpmiRequest& rq) {
+        auto fake = std::make_shared<test::FakeTransport>([&](const IpmiRequest& rq) {
             const size_t offset = rq.data[4], count = rq.data[5], size = record.size();
-            if (offset != 0 && count > cap) {
+            if (offset != 0 && count > c.cap) {
                 return test::cc(0xCA);
             }
-            if (offset != 0 && pieces++ == lostAt) {
+            if (offset != 0 && pieces++ == c.lostAt) {
                 return test::cc(0xC5);
             }
             Bytes data(record.begin() + std::min(offset, size),
                        record.begin() + std::min(offset + count, size));
-            data.resize(std::max<int>(int(data.size()) + skew, offset ? 1 : 5),
-                        0xEE); // header whole
+            data.resize(std::max<int>(int(data.size()) + c.skew, offset ? 1 : 5), 0xEE);
             data.insert(data.begin(), {0xFF, 0xFF});
             return test::ok(data);
-        }
-    };
-    Bytes record = {0x01, 0x00, 0x51, 0x01, 20};
-    record.resize(25);
-    std::iota(record.begin() + 5, record.end(), 0x40);
-    struct Case {
-        const char* what;
-        Scripted bmc;
-        uint8_t offset, cc;
-    };
-    const Case cases[] = {
-        {"stale bytes after each piece are dropped", {record, 8, 6}, 6, 0x00},
-        {"short pieces are continued where they ended", {record, 8, -3}, 6, 0x00},
-        {"a lost reservation reaches the caller", {record, 8, 0, 1}, 6, 0xC5},
-        // A length byte that puts the offset past the end, and a BMC that
-        // refuses even one byte: its own refusal, after few requests.
-        {"offset past the end", {{0x01, 0x00, 0x51, 0x01, 2}}, 0x2F, 0xCA},
-        {"not even one byte", {{0x01, 0x00, 0x51, 0x01, 200}, 0}, 0x2F, 0xCA},
-    };
-    for (Case c : cases) {
-        SCOPED_TRACE(c.what);
-        auto fake = std::make_shared<test::FakeTransport>(
-            [&c](const IpmiRequest& rq) { return c.bmc.answer(rq); });
+        });
         IpmiResponse r = SdrReadSplitter(fake).send(getSdr(1, 1, c.offset, 0xFF));
         EXPECT_TRUE(r.sent);
         EXPECT_EQ(r.cc, c.cc);
@@ -129,20 +121,28 @@ TEST(SdrReadSplitter, OddBmcAnswers) {
     }
 }
 
+// A LAN session to 127.0.0.1:port, one second to answer; what it reports
+// goes to `reports`.
+std::shared_ptr<FreeIpmiTransport> lan(uint16_t port, std::optional<std::string> user,
+                                       std::string password, unsigned flags,
+                                       std::vector<std::string>& reports) {
+    return FreeIpmiTransport::lan({.host = "127.0.0.1",
+                                   .port = port,
+                                   .user = std::move(user),
+                                   .password = std::move(password),
+                                   .workaroundFlags = flags,
+                                   .timing = {1000, 1}},
+                                  [&](const std::string& line) { reports.push_back(line); });
+}
+
 TEST(FreeIpmiTransport, RawCommandsAgainstIpmiSim) {
     if (std::string why = missingTool({"ipmi_sim"}); !why.empty()) {
         GTEST_SKIP() << why;
     }
     IpmiSim sim({});
     std::vector<std::string> reports;
-    auto bmc = FreeIpmiTransport::lan(
-        {.host = "127.0.0.1",
-         .port = sim.port(),
-         .user = IpmiSim::kUser,
-         .password = IpmiSim::kPassword,
-         .workaroundFlags = *freeipmi::workaroundFlag("opensesspriv", true, nullptr),
-         .timing = {2000, 1}},
-        [&](const std::string& line) { reports.push_back(line); });
+    auto bmc = lan(sim.port(), IpmiSim::kUser, IpmiSim::kPassword,
+                   *freeipmi::workaroundFlag("opensesspriv", true, nullptr), reports);
     std::string error;
     ASSERT_TRUE(bmc->open(&error)) << error;
     // A completion code comes back as an answer, not as a failed send: here
@@ -155,27 +155,18 @@ TEST(FreeIpmiTransport, RawCommandsAgainstIpmiSim) {
     ASSERT_TRUE(whole.sent && whole.cc == 0 && whole.data.size() == 2u + 64u);
     EXPECT_EQ(whole.data[0] | (whole.data[1] << 8), 2); // next record
     EXPECT_EQ(std::string(whole.data.begin() + 50, whole.data.begin() + 59), "CPU1 Temp");
-
     // Closed is closed: no reopening behind the caller's back.
     bmc->close();
     EXPECT_FALSE(bmc->send({0x06, 0, 0x01, {}}).sent);
     EXPECT_TRUE(reports.empty());
 }
 
-// Opens a LAN session to 127.0.0.1:port and returns the error line, checking
-// that the reporter got the same line once.
+// The error line of a failed login, which the reporter got once too.
 std::string openFailure(uint16_t port, std::optional<std::string> user, std::string password,
                         unsigned flags = 0) {
     std::vector<std::string> reports;
-    auto bmc = FreeIpmiTransport::lan({.host = "127.0.0.1",
-                                       .port = port,
-                                       .user = std::move(user),
-                                       .password = std::move(password),
-                                       .workaroundFlags = flags,
-                                       .timing = {1000, 1}},
-                                      [&](const std::string& line) { reports.push_back(line); });
     std::string error;
-    EXPECT_FALSE(bmc->open(&error));
+    EXPECT_FALSE(lan(port, std::move(user), std::move(password), flags, reports)->open(&error));
     EXPECT_EQ(reports, std::vector<std::string>{error});
     return error;
 }
@@ -193,13 +184,7 @@ TEST(FreeIpmiTransport, LoginFailuresTellSilenceFromRefusal) {
     IpmiSim sim({});
     const unsigned opensesspriv = *freeipmi::workaroundFlag("opensesspriv", true, nullptr);
     const std::string refused = "cannot open an IPMI 2.0 session: the BMC refused the login: ";
-    struct Case {
-        std::optional<std::string> user;
-        std::string password;
-        unsigned flags;
-        std::string line;
-    };
-    const Case cases[] = {
+    const std::tuple<std::optional<std::string>, std::string, unsigned, std::string> cases[] = {
         {"nobody", IpmiSim::kPassword, 0,
          refused + "it does not know user \"nobody\" (username invalid)"},
         {std::nullopt, IpmiSim::kPassword, 0,
@@ -211,18 +196,14 @@ TEST(FreeIpmiTransport, LoginFailuresTellSilenceFromRefusal) {
         {IpmiSim::kUser, "", 0,
          refused + "the empty password is wrong for user \"ipmiusr\" (password invalid)"},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(openFailure(sim.port(), c.user, c.password, c.flags), c.line);
+    for (const auto& [user, password, flags, line] : cases) {
+        EXPECT_EQ(openFailure(sim.port(), user, password, flags), line);
     }
 }
 
 TEST(FreeIpmiSettings, LoginFailureWordsForWhatASimulatorWillNotDo) {
     freeipmi::LanSettings s;
-    s.host = "bmc";
-    s.user = "op";
-    s.cipherSuite = 17;
-    s.privilege = 3;
-    s.timing.timeoutMs = 2500;
+    s.host = "bmc", s.user = "op", s.cipherSuite = 17, s.privilege = 3, s.timing.timeoutMs = 2500;
     const std::pair<int, std::string> cases[] = {
         {IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED,
          "the BMC refused the login: user \"op\" may not have the operator privilege (lib)"},
