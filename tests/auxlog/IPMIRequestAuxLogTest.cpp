@@ -5,7 +5,6 @@
 
 #include <map>
 #include <memory>
-#include <optional>
 #include <tuple>
 
 #include "tests/auxlog/AuxTestSupport.h"
@@ -14,15 +13,6 @@ namespace ipmisel::test {
 namespace {
 
 using Read = std::tuple<int, int, int>; // entry number, offset, read length
-
-// The reads of entry 1 with `length` body bytes: the header, then 25-byte chunks.
-std::vector<Read> Chunks(int length) {
-    std::vector<Read> reads{{1, 0, 0}};
-    for (int offset = 0; offset < length; offset += 25) {
-        reads.emplace_back(1, offset, std::min(25, length - offset));
-    }
-    return reads;
-}
 
 class AuxRequest : public ::testing::Test {
   protected:
@@ -95,21 +85,25 @@ TEST_F(AuxRequest, StatusCount) {
 }
 
 TEST_F(AuxRequest, BodiesAreReadInChunksIntoTheSlotUpToTheLastEntry) {
-    // Stated body length, body bytes the slot keeps, reads. A length with its
-    // high byte set is read by its low byte (012Ch: 44); 255 body bytes are
-    // all asked for, but beside the header the slot keeps 246.
-    const std::tuple<uint32_t, size_t, std::vector<Read>> cases[] = {
-        {60, 60, {{1, 0, 0}, {1, 0, 25}, {1, 25, 25}, {1, 50, 10}}},
-        {300, 44, {{1, 0, 0}, {1, 0, 25}, {1, 25, 19}}},
-        {255, 246, Chunks(255)},
+    // Stated body length, body bytes the slot keeps, the number of reads (the
+    // header's, then 25-byte chunks) and the last one. A length with its high
+    // byte set is read by its low byte (012Ch: 44); 255 body bytes are all
+    // asked for, but beside the header the slot keeps 246.
+    const std::tuple<uint32_t, size_t, size_t, Read> cases[] = {
+        {60, 60, 4, {1, 50, 10}},
+        {300, 44, 3, {1, 25, 19}},
+        {255, 246, 12, {1, 250, 5}},
     };
-    for (const auto& [length, kept, reads] : cases) {
+    for (const auto& [length, kept, count, last] : cases) {
         // FFh FFh: the pass ends after this entry whatever the count says.
         entries = {{AuxHeader(length, 9, true), Counting(length)}};
         s_AuxLog_entry slots[2];
         std::memset(slots, 0xEE, sizeof slots);
         EXPECT_EQ(0, ReadAll(slots, 2));
-        EXPECT_EQ(reads, Reads()) << length;
+        const auto reads = Reads();
+        EXPECT_EQ(count, reads.size()) << length;
+        EXPECT_EQ(Read(1, 0, 0), reads.front());
+        EXPECT_EQ(last, reads.back()) << length;
         EXPECT_EQ(Of(AuxSlot(AuxHeader(length, 9, true), Counting(kept))), Of(slots[0])) << length;
         EXPECT_EQ(0xEE, slots[1].data[0]) << length;
     }

@@ -76,26 +76,5 @@ TEST(ParseExtendedSELData, ExtendedDataTextAndTrace) {
     EXPECT_EQ("F6 ", text.substr(text.size() - 3)); // slot byte 255
 }
 
-// Both layouts in step: the simulated BMC builds entries from their fields,
-// the read pass and the parser take them apart again.
-TEST(AuxLogWithSimulatedBMC, ReadAndDecode) {
-    HostCapture host;
-    host.useScenario(R"({"nodes": [{"auxlog": [
-        {"recordId": 5, "type": 2, "severity": "0xA0", "class": 2, "subClass": 12,
-         "operation": "0x1001", "extendedData":
-         "DEADBEEF000102030405060708090A0B0C0D0E0F10111213141516171819"},
-        {"recordId": 6, "manufacturer": "0x00A3C2"}]}]})");
-    IPMIRequestAuxLog request(NOXAQSV20::SPLibrary::GetSplibraryInstance(0));
-    uint32_t count = 0;
-    ASSERT_EQ(0, request.IPMIGetAuxLogStatus(count));
-    std::vector<s_AuxLog_entry> slots(count);
-    ASSERT_EQ(0, request.IPMIReadExtendedData(slots.data(), count));
-    auto records = Parse(slots);
-    ASSERT_EQ(1u, records.size());
-    EXPECT_EQ(0u, Said(records[0]).find("5 ERROR_CODE OXA_ERROR_FATAL I/O BUS/I2C 0x0110 "));
-    EXPECT_EQ(30u * 3, records[0].GetExtendedData().size());
-    EXPECT_EQ("18 19 ", records[0].GetExtendedData().substr(30 * 3 - 6));
-}
-
 } // namespace
 } // namespace ipmisel::test
