@@ -1,17 +1,14 @@
 // A whole collection of every class against BMCs whose every answer comes
-// from the input: whether the send worked, the completion code, the length
-// and the bytes. The input is read front to back: a platform byte, a node
-// count byte, then one answer per request in the order the plug-in asks,
-// each as [flags][completion code][length][bytes]; flags bit 0 fails the
-// send. Once the input is used up every send fails, so a collection always
-// comes to its end. PluginCollect has to return, and nothing may crash, hang
-// or leak on the way.
+// from the input: a platform byte, a node count byte, then the answers in
+// the form fuzz/FuzzBmc.h reads, shared by the nodes in the order they ask.
+// PluginCollect has to return, and nothing may crash, hang or leak on the way.
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "fuzz/FuzzBmc.h"
 #include "fuzz/FuzzHost.h"
 #include "fuzz/FuzzSeeds.h"
 #include "host/runtime.h"
@@ -49,39 +46,6 @@ const char* const kPlatforms[] = {
 };
 constexpr size_t kPlatformCount = sizeof kPlatforms / sizeof kPlatforms[0];
 
-// The answers, shared by every node in the order the requests come.
-struct Stream {
-    const uint8_t* data = nullptr;
-    size_t size = 0;
-    size_t pos = 0;
-};
-
-class FuzzedBmc : public host::Transport {
-  public:
-    explicit FuzzedBmc(Stream& stream) : stream_(stream) {}
-    host::IpmiResponse send(const host::IpmiRequest&) override {
-        host::IpmiResponse r;
-        Stream& s = stream_;
-        if (s.size - s.pos < 3) {
-            s.pos = s.size;
-            return r;
-        }
-        const uint8_t flags = s.data[s.pos];
-        r.cc = s.data[s.pos + 1];
-        size_t length = s.data[s.pos + 2];
-        s.pos += 3;
-        length = std::min(length, s.size - s.pos);
-        r.data.assign(s.data + s.pos, s.data + s.pos + length);
-        s.pos += length;
-        r.sent = (flags & 1) == 0;
-        return r;
-    }
-    std::string describe() const override { return "fuzzed BMC"; }
-
-  private:
-    Stream& stream_;
-};
-
 time_t FixedClock() {
     return 1718096400;
 }
@@ -109,26 +73,6 @@ void Collect() {
 
 // Seeds: one node of each scenario behind a recorder that writes its answers
 // in the input's form, collected on each platform.
-class SeedRecorder : public host::Transport {
-  public:
-    SeedRecorder(std::shared_ptr<host::Transport> inner, std::vector<uint8_t>& out)
-        : inner_(std::move(inner)), out_(out) {}
-    host::IpmiResponse send(const host::IpmiRequest& request) override {
-        host::IpmiResponse r = inner_->send(request);
-        const size_t length = std::min<size_t>(r.data.size(), 255);
-        out_.push_back(r.sent ? 0 : 1);
-        out_.push_back(r.cc);
-        out_.push_back(static_cast<uint8_t>(length));
-        out_.insert(out_.end(), r.data.begin(), r.data.begin() + static_cast<long>(length));
-        return r;
-    }
-    std::string describe() const override { return inner_->describe(); }
-
-  private:
-    std::shared_ptr<host::Transport> inner_;
-    std::vector<uint8_t>& out_;
-};
-
 void WriteSeeds() {
     fuzz::ForEachSeedNode(
         [](const std::string& tag, const sim::Scenario&, size_t node, NOXAQSV20::SPLibrary*) {
@@ -136,7 +80,7 @@ void WriteSeeds() {
             for (size_t p = 0; p < kPlatformCount; ++p) {
                 std::vector<uint8_t> seed = {static_cast<uint8_t>(p), 0};
                 SetUpPlatform(p, 1);
-                host::config().nodes = {std::make_shared<SeedRecorder>(bmc, seed)};
+                host::config().nodes = {std::make_shared<fuzz::SeedRecorder>(bmc, seed)};
                 Collect();
                 fuzz::WriteSeed(tag + "-p" + std::to_string(p), seed);
             }
@@ -161,10 +105,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t platform = data[0] % kPlatformCount;
     const size_t nodes = 1 + data[1] % 2;
     SetUpPlatform(platform, nodes);
-    Stream stream{data + 2, size - 2, 0};
+    fuzz::AnswerStream stream{data + 2, size - 2, 0};
     std::vector<std::shared_ptr<host::Transport>> bmcs;
     for (size_t i = 0; i < nodes; ++i) {
-        bmcs.push_back(std::make_shared<FuzzedBmc>(stream));
+        bmcs.push_back(std::make_shared<fuzz::FuzzedBmc>(stream));
     }
     host::config().nodes = bmcs;
     Collect();
