@@ -176,12 +176,8 @@ TEST_F(DriverTest, TwoNodesTwoCollectionsAndTheFruGate) {
     EXPECT_EQ(RecordIDs(), (std::vector<std::string>{"1", "2", "7"}));
     EXPECT_EQ(bmcs[1]->requestCount(0x0A, 0x40), 2u);
     EXPECT_EQ(bmcs[0]->requestCount(0x0A, 0x40), 1u); // not again for the debug records
-    EXPECT_FALSE(host.logContains("Failed to communicate with BMC"));
-    auto records = host.instancesOf(kLogRecord);
-    EXPECT_EQ(records[0].get("SensorInformation"), "CPU 1 Temp");
-    EXPECT_EQ(records[2].get("SourceNode"), "2");
-    auto debug = host.instancesOf("OXASG_VTXAuxDebugRecord");
-    ASSERT_EQ(debug.size(), 1u);
+    EXPECT_EQ(host.instancesOf(kLogRecord)[0].get("SensorInformation"), "CPU 1 Temp");
+    EXPECT_EQ(host.instancesOf("OXASG_VTXAuxDebugRecord").size(), 1u);
     // The classes run in the order asked, node after node.
     std::string order;
     for (const auto& line : host.logs) {
