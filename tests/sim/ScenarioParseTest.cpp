@@ -18,7 +18,7 @@ std::string errorOf(const std::string& json) {
     return "(accepted)";
 }
 
-TEST(ScenarioParse, RefusesMistakesWithOneLineNamingFileAndPlace) {
+TEST(ScenarioParse, RefusesEveryMistakeWithOneLineNamingFilePlaceAndProblem) {
     const std::pair<const char*, const char*> cases[] = {
         {R"({"nodes": [{"sel": {"records": ["00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F",
             "01 00 02 00 00 00 00 20 00 04 01 02 03 04 05"]}}]})",
@@ -35,17 +35,9 @@ TEST(ScenarioParse, RefusesMistakesWithOneLineNamingFileAndPlace) {
         {R"({"nodes": [{"sdr": {"records": [{"full": {}, "compact": {}}]}}]})",
          "bad.json: nodes[0].sdr.records[0]: give exactly one of \"full\", \"compact\" or "
          "\"fruLocator\""},
-    };
-    for (const auto& [json, message] : cases) {
-        EXPECT_EQ(errorOf(json), message) << json;
-    }
-}
-
-// One mistake per section and per kind of check: the place names the key or
-// the item, the text is the section's own, and of two mistakes in one object
-// the first key read is the one reported.
-TEST(ScenarioParse, EverySectionNamesItsPlaceAndProblem) {
-    const std::pair<const char*, const char*> cases[] = {
+        // One mistake per section and per kind of check: the place names the
+        // key or the item, the text is the section's own, and of two mistakes
+        // in one object the first key read is the one reported.
         {R"({"lan": "yes"})", "bad.json: lan: expected true or false, got a string"},
         {R"({"smbios": [{"type": 1, "uuid": "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E"}]})",
          "bad.json: smbios[0].uuid: 15 bytes, a UUID has 16"},
@@ -63,20 +55,14 @@ TEST(ScenarioParse, EverySectionNamesItsPlaceAndProblem) {
          "bad.json: nodes[0].fru[\"1\"]: FRU device 1 is given twice"},
         {R"({"nodes": [{"fru": {"one": "00"}}]})",
          "bad.json: nodes[0].fru[\"one\"]: \"one\" is not a number (write 31, \"31\" or \"0x1F\")"},
-        {R"({"nodes": [{"auxlog": [{"callerId": "00 01 02 03 04 05 06 07 08"}]}]})",
-         "bad.json: nodes[0].auxlog[0].callerId: 9 bytes, a caller ID has 10"},
         {R"({"nodes": [{"auxlog": ["C1 A3 00"]}]})",
          "bad.json: nodes[0].auxlog[0]: 3 bytes, an entry starts with a 10-byte header"},
-        {R"({"nodes": [{"auxlog": {"entries": [], "count": 1}}]})",
-         "bad.json: nodes[0].auxlog: unknown key \"count\""},
         {R"({"nodes": [{"i2c": [{"bus": 1, "address": 2, "registers": {"0xFF": "01 02"}}]}]})",
          "bad.json: nodes[0].i2c[0].registers[\"0xFF\"]: runs past register FFh"},
         {R"({"nodes": [{"oem": [{"netfn": 6}]}]})",
          "bad.json: nodes[0].oem[0]: needs \"netfn\" and \"cmd\""},
         {R"({"nodes": [{"oem": [{"netfn": 6, "cmd": 1, "resp": "00"}]}]})",
          "bad.json: nodes[0].oem[0]: unknown key \"resp\""},
-        {R"({"nodes": [{"faults": [{"netfn": 64, "cmd": 1, "cc": 1}]}]})",
-         "bad.json: nodes[0].faults[0].netfn: 64 is out of range 0..63"},
         {R"({"nodes": [{"faults": [{"netfn": 6, "cmd": 1, "fail": false}]}]})",
          "bad.json: nodes[0].faults[0].fail: can only be true (leave it out otherwise)"},
         {R"({"nodes": [{"transcript": [{"netfn": 6, "cmd": 1, "fail": true, "cc": 0}]}]})",
@@ -95,7 +81,8 @@ TEST(ScenarioParse, FlagsCommentsAndRawNeighboursAreTakenAsWritten) {
         "iBMC": true, "machineTypeFromID": "7X13", "nodes": [{
         "fru": {"comment": "the board", "0x02": "AA"},
         "oem": [{"netfn": 6, "cmd": 1, "prefix": true, "fail": true}],
-        "auxlog": [{}, "C1 A3 00 00 00 09 01 FF FF 00"]}]})",
+        "auxlog": [{}, "C1 A3 00 00 00 09 01 FF FF 00", {"recordId": 7, "extendedData": "AA BB"},
+            {"callerId": "00 01 02 03 04 05 06 07 08 09"}]}]})",
                                "x.json");
     EXPECT_FALSE(s.driverPresent);
     EXPECT_FALSE(s.libraryAvailable);
@@ -106,9 +93,15 @@ TEST(ScenarioParse, FlagsCommentsAndRawNeighboursAreTakenAsWritten) {
     EXPECT_EQ(toHex(node.fru.at(2)), "AA");
     ASSERT_EQ(node.canned.size(), 1u);
     EXPECT_TRUE(node.canned[0].prefix && node.canned[0].sendFailure);
-    // An entry given by fields takes its successor from the raw entry after it.
-    ASSERT_EQ(node.auxLog.size(), 2u);
-    EXPECT_EQ(toHex(std::span(node.auxLog[0].bytes).first(10)), "C1 A3 00 16 00 01 00 09 01 00");
+    // Header: manufacturer, body length, record ID, successor, 0. An entry
+    // given by fields takes its successor from the entry after it, raw or
+    // not; the last one has FFFFh. Record IDs count on from the last one.
+    const auto& log = node.auxLog;
+    ASSERT_EQ(log.size(), 4u);
+    EXPECT_EQ(toHex(std::span(log[0].bytes).first(10)), "C1 A3 00 16 00 01 00 09 01 00");
+    EXPECT_EQ(toHex(std::span(log[2].bytes).first(10)), "C1 A3 00 18 00 07 00 08 00 00");
+    EXPECT_EQ(toHex(std::span(log[3].bytes).first(10)), "C1 A3 00 16 00 08 00 FF FF 00");
+    EXPECT_EQ(log[2].bytes.size(), 10u + 24u);
 }
 
 TEST(ScenarioParse, InvalidJsonOrAMissingFileIsOneLine) {
@@ -136,20 +129,6 @@ TEST(ScenarioParse, NumbersAsTextAndRecordIdsCountOnFromTheLastOne) {
     EXPECT_EQ(toHex(r[0]), "01 00 02 00 00 00 00 20 00 04 07 0C 6F 01 FF FF");
     EXPECT_EQ(toHex(r[2]), "35 12 02 81 51 01 00 20 00 04 00 00 81 00 FF FF");
     EXPECT_EQ(toHex(r[3]), "36 12 E1 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D");
-}
-
-TEST(ScenarioParse, AuxLogSuccessorsLinkEntriesAndMarkTheLast) {
-    Scenario s = parseScenario(R"({"nodes": [{"auxlog": [
-        {"recordId": 7, "extendedData": "AA BB"},
-        {"callerId": "00 01 02 03 04 05 06 07 08 09"}
-    ]}]})",
-                               "x.json");
-    const auto& log = s.nodes.at(0).auxLog;
-    ASSERT_EQ(log.size(), 2u);
-    // Header: manufacturer, body length, record ID, successor, 0.
-    EXPECT_EQ(toHex(std::span(log[0].bytes).first(10)), "C1 A3 00 18 00 07 00 08 00 00");
-    EXPECT_EQ(toHex(std::span(log[1].bytes).first(10)), "C1 A3 00 16 00 08 00 FF FF 00");
-    EXPECT_EQ(log[0].bytes.size(), 10u + 24u);
 }
 
 TEST(ScenarioParse, ApplyScenarioFillsTheHostConfiguration) {

@@ -14,113 +14,89 @@ host::IpmiResponse send(SimBmc& bmc, uint8_t netfn, uint8_t cmd, std::vector<uin
     return bmc.send({netfn, 0, cmd, std::move(data)});
 }
 
+// Get SEL Entry and Get SDR ask alike; the answer's bytes, or its completion code.
+std::string getEntry(SimBmc& bmc, uint8_t cmd, uint16_t res, uint16_t id, uint8_t offset,
+                     uint8_t count) {
+    auto r = send(bmc, 0x0A, cmd,
+                  {uint8_t(res), uint8_t(res >> 8), uint8_t(id), uint8_t(id >> 8), offset, count});
+    return r.cc ? "cc " + toHex(std::vector<uint8_t>{r.cc}) : toHex(r.data);
+}
+
 SimBmc bmcFrom(const std::string& nodeJson) {
     Scenario s = parseScenario("{\"nodes\": [" + nodeJson + "]}", "t.json");
     return SimBmc(s.nodes.at(0));
 }
 
-TEST(SimBmc, SelWalkFollowsNextRecordIds) {
+TEST(SimBmc, SelWalkFollowsNextRecordIdsAndPartialReadsNeedTheReservation) {
     SimBmc bmc = bmcFrom(R"({"sel": {"time": "0x65E1B1C0",
-        "records": [{"id": 5}, {"id": 9}, {"id": "0xFF10"}]}})");
-    auto info = send(bmc, 0x0A, 0x40);
-    ASSERT_EQ(info.data.size(), 14u);
-    EXPECT_EQ(toHex(std::span(info.data).first(3)), "51 03 00");
+        "records": [{"id": 5, "sensorType": 7}, {"id": 9}, {"id": "0xFF10"}]}})");
+    const std::string info = toHex(send(bmc, 0x0A, 0x40).data); // 14 bytes
+    EXPECT_EQ(info.substr(0, 8) + " " + std::to_string(info.size()), "51 03 00 41");
     EXPECT_EQ(toHex(send(bmc, 0x0A, 0x48).data), "C0 B1 E1 65");
-
-    // Asked ID, completion code, next record ID (low byte first), first byte.
-    const std::tuple<uint16_t, uint8_t, const char*, uint8_t> steps[] = {
-        {0x0000, 0x00, "09 00", 0x05},                                // 0000h: the first record
-        {0x0009, 0x00, "10 FF", 0x09}, {0xFF10, 0x00, "FF FF", 0x10}, // after the last: FFFFh
-        {0xFFFF, 0x00, "FF FF", 0x10},                                // FFFFh: the last record
-        {0x0006, 0xCB, "", 0},                                        // not there
-    };
-    for (const auto& [ask, cc, next, firstByte] : steps) {
-        SCOPED_TRACE(ask);
-        auto r =
-            send(bmc, 0x0A, 0x43,
-                 {0, 0, static_cast<uint8_t>(ask & 0xFF), static_cast<uint8_t>(ask >> 8), 0, 0xFF});
-        EXPECT_EQ(r.cc, cc);
-        if (cc == 0) {
-            ASSERT_EQ(r.data.size(), 18u);
-            EXPECT_EQ(toHex(std::span(r.data).first(2)), next);
-            EXPECT_EQ(r.data[2], firstByte);
-        }
+    // Asked ID, then the next record ID (low byte first) and the record's
+    // first bytes: 0000h asks for the first record, FFFFh for the last, and
+    // after the last comes FFFFh.
+    const std::pair<uint16_t, const char*> steps[] = {{0x0000, "09 00 05 00 02"},
+                                                      {0x0009, "10 FF 09 00 02"},
+                                                      {0xFF10, "FF FF 10 FF 02"},
+                                                      {0xFFFF, "FF FF 10 FF 02"},
+                                                      {0x0006, "cc CB"}};
+    for (const auto& [id, answer] : steps) {
+        EXPECT_EQ(getEntry(bmc, 0x43, 0, id, 0, 0xFF).substr(0, 14), answer) << id;
     }
+    EXPECT_EQ(getEntry(bmc, 0x43, 0, 5, 0, 0xFF).size(), 18u * 3 - 1);
+    // Bytes 10 and 11 of record 5: whole-record reads need no reservation,
+    // partial ones the current one.
+    EXPECT_EQ(getEntry(bmc, 0x43, 0, 5, 10, 2), "cc C5");
+    auto res = send(bmc, 0x0A, 0x42).data;
+    EXPECT_EQ(getEntry(bmc, 0x43, uint16_t(res.at(0) | res.at(1) << 8), 5, 10, 2), "09 00 07 00");
 }
 
-TEST(SimBmc, SelPartialReadsNeedTheReservation) {
-    SimBmc bmc = bmcFrom(R"({"sel": {"reportedCount": 7, "records": [{"sensorType": 7}]}})");
-    EXPECT_EQ(send(bmc, 0x0A, 0x40).data[1], 7); // reported, not counted
-    EXPECT_EQ(send(bmc, 0x0A, 0x43, {0, 0, 0, 0, 10, 2}).cc, 0xC5);
-    auto res = send(bmc, 0x0A, 0x42);
-    auto r = send(bmc, 0x0A, 0x43, {res.data[0], res.data[1], 1, 0, 10, 2});
-    EXPECT_EQ(r.cc, 0);
-    EXPECT_EQ(toHex(r.data), "FF FF 07 00");
-}
-
-std::vector<uint8_t> getSdr(uint16_t res, uint16_t id, uint8_t offset, uint8_t count) {
-    return {uint8_t(res), uint8_t(res >> 8), uint8_t(id), uint8_t(id >> 8), offset, count};
-}
-
-TEST(SimBmc, GetSdrOffsetsCountsAndLimits) {
+TEST(SimBmc, GetSdrOffsetsCountsLimitsAndReservations) {
     SimBmc bmc = bmcFrom(R"({"sdr": {"maxReadCount": 20, "records": [
         {"full": {"number": 1, "name": "CPU 1 Temp"}},
         {"compact": {"id": "0x12FF", "number": 2, "name": "PSU"}}]}})");
-    auto info = send(bmc, 0x0A, 0x20);
-    ASSERT_EQ(info.data.size(), 14u);
-    EXPECT_EQ(toHex(std::span(info.data).first(3)), "51 02 00");
-
-    uint16_t res = send(bmc, 0x0A, 0x22).data.at(0);
-    EXPECT_NE(res, 0);
-    // Record ID, offset, count, completion code, answer (next record ID first).
-    const std::tuple<uint16_t, uint8_t, uint8_t, uint8_t, const char*> cases[] = {
-        // Header of the first record: next ID 12FFh, then bytes 0..9.
-        {0x0000, 0, 10, 0x00, "FF 12 01 00 51 01 35 20 00 01 00 01"},
-        // The ID string of the full record from byte 47, "rest of record".
-        {0x0001, 47, 0xFF, 0x00, "FF 12 CA 43 50 55 20 31 20 54 65 6D 70"},
-        {0xFFFF, 31, 0xFF, 0x00, "FF FF C3 50 53 55"},
-        {0x0001, 0, 21, 0xCA, ""},                                        // above the BMC's limit
-        {0x0001, 47, 20, 0x00, "FF 12 CA 43 50 55 20 31 20 54 65 6D 70"}, // at it: what is left
-        {0x0001, 20, 0xFF, 0xCA, ""}, // the rest (38 bytes) is above it too
-        {0x0001, 58, 0xFF, 0x00, "FF 12"},
-        {0x0001, 59, 1, 0xC9, ""}, // past the end
-    };
-    for (const auto& [id, offset, count, cc, data] : cases) {
-        SCOPED_TRACE(testing::Message() << id << "/" << int(offset) << "/" << int(count));
-        auto r = send(bmc, 0x0A, 0x23, getSdr(res, id, offset, count));
-        EXPECT_EQ(r.cc, cc);
-        EXPECT_EQ(toHex(r.data), data);
-    }
-}
-
-TEST(SimBmc, SdrReservationIsCheckedForPartialReadsAndCanBeCancelled) {
-    SimBmc bmc = bmcFrom(R"({"sdr": {"reservationLifetime": 2, "records": [
-        {"full": {"name": "A"}}]}})");
-    // Offset 0 needs no reservation.
-    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(0, 0, 0, 5)).cc, 0x00);
-    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(0, 0, 20, 10)).cc, 0xC5);
-
+    const std::string info = toHex(send(bmc, 0x0A, 0x20).data); // 14 bytes
+    EXPECT_EQ(info.substr(0, 8) + " " + std::to_string(info.size()), "51 02 00 41");
     auto reserve = [&] {
         auto d = send(bmc, 0x0A, 0x22).data;
         return static_cast<uint16_t>(d.at(0) | d.at(1) << 8);
     };
-    uint16_t stale = reserve(), res = reserve();
-    EXPECT_NE(stale, res);
-    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(stale, 1, 20, 10)).cc, 0xC5);
-    // The reservation lives for two Get SDR; the stale try above was one.
-    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(res, 1, 20, 10)).cc, 0x00);
-    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(res, 1, 20, 10)).cc, 0xC5);
-    EXPECT_EQ(send(bmc, 0x0A, 0x23, getSdr(reserve(), 1, 47, 0xFF)).cc, 0x00);
+    const uint16_t res = reserve();
+    // Record ID, offset, count, answer (next record ID first). Reads from
+    // offset 0 go without a reservation, which they do not need.
+    const std::tuple<uint16_t, uint8_t, uint8_t, const char*> cases[] = {
+        // Header of the first record: next ID 12FFh, then bytes 0..9.
+        {0x0000, 0, 10, "FF 12 01 00 51 01 35 20 00 01 00 01"},
+        // The ID string of the full record from byte 47, "rest of record".
+        {0x0001, 47, 0xFF, "FF 12 CA 43 50 55 20 31 20 54 65 6D 70"},
+        {0xFFFF, 31, 0xFF, "FF FF C3 50 53 55"},
+        {0x0001, 0, 21, "cc CA"},                                   // above the BMC's limit
+        {0x0001, 47, 20, "FF 12 CA 43 50 55 20 31 20 54 65 6D 70"}, // at it: what is left
+        {0x0001, 20, 0xFF, "cc CA"}, // the rest (38 bytes) is above it too
+        {0x0001, 58, 0xFF, "FF 12"},
+        {0x0001, 59, 1, "cc C9"}, // past the end
+    };
+    for (const auto& [id, offset, count, answer] : cases) {
+        EXPECT_EQ(getEntry(bmc, 0x23, offset ? res : 0, id, offset, count), answer)
+            << id << "/" << int(offset) << "/" << int(count);
+    }
+    // A partial read needs the newest reservation.
+    EXPECT_EQ(getEntry(bmc, 0x23, 0, 0, 20, 10), "cc C5");
+    const uint16_t newer = reserve();
+    EXPECT_NE(newer, res);
+    EXPECT_EQ(getEntry(bmc, 0x23, res, 1, 20, 10), "cc C5");
+    EXPECT_EQ(getEntry(bmc, 0x23, newer, 1, 20, 10).size(), 12u * 3 - 1);
 }
 
-TEST(SimBmc, ReadFruDataChunks) {
-    SimBmc bmc = bmcFrom(
-        R"({"fruMaxReadCount": 16, "fru": {"2": "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13"}})");
-    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x10, {2}).data), "14 00 00");
-    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x11, {2, 0x00, 0x00, 4}).data), "04 00 01 02 03");
-    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x11, {2, 0x10, 0x00, 16}).data), "04 10 11 12 13");
-    EXPECT_EQ(send(bmc, 0x0A, 0x11, {2, 0x00, 0x01, 16}).cc, 0xC9); // offset 100h
-    EXPECT_EQ(send(bmc, 0x0A, 0x11, {2, 0x00, 0x00, 17}).cc, 0xCA);
+TEST(SimBmc, SdrReservationLivesForSoManyReads) {
+    SimBmc bmc = bmcFrom(R"({"sdr": {"reservationLifetime": 2, "records": [
+        {"full": {"name": "A"}}]}})");
+    const uint16_t res = send(bmc, 0x0A, 0x22).data.at(0);
+    EXPECT_NE(getEntry(bmc, 0x23, res, 1, 20, 10), "cc C5");
+    EXPECT_NE(getEntry(bmc, 0x23, res, 1, 20, 10), "cc C5");
+    EXPECT_EQ(getEntry(bmc, 0x23, res, 1, 20, 10), "cc C5"); // cancelled after two
+    EXPECT_NE(getEntry(bmc, 0x23, send(bmc, 0x0A, 0x22).data.at(0), 1, 47, 0xFF), "cc C5");
 }
 
 TEST(SimBmc, AuxLogStatusAndChunkedReads) {
@@ -152,21 +128,26 @@ TEST(SimBmc, AuxLogStatusAndChunkedReads) {
     EXPECT_EQ(send(bmc, 0x2E, 0x93, {0x01, 0xA3, 0x00, 1, 0, 0, 0, 0, 0}).cc, 0xCC);
 }
 
-TEST(SimBmc, MasterWriteReadKeepsARegisterPointerPerDevice) {
-    SimBmc bmc = bmcFrom(R"({"i2c": [
-        {"bus": 3, "address": "0xC0", "registers": {"comment": "ID register", "0x63": "4D"}},
-        {"bus": 3, "address": "0xA0", "registers": "10 11 12"}]})");
+TEST(SimBmc, FruChunksI2cRegisterPointersCannedAnswersAndUnknownCommands) {
+    SimBmc bmc = bmcFrom(R"({"deviceId": "20 81 05 10 02", "fruMaxReadCount": 16,
+        "fru": {"2": "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13"},
+        "i2c": [{"bus": 3, "address": "0xC0", "registers": {"comment": "ID", "0x63": "4D"}},
+                {"bus": 3, "address": "0xA0", "registers": "10 11 12"}],
+        "oem": [{"netfn": "0x3A", "cmd": "0x6B", "data": "01", "response": "42"},
+        {"netfn": "0x3A", "cmd": "0xC4", "data": "00 00 00", "prefix": true, "cc": "0xD5"},
+        {"netfn": "0x3A", "cmd": "0x50", "fail": true}]})");
+    // FRU: size, reads cut at the end, an offset of 100h, one byte above the limit.
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x10, {2}).data), "14 00 00");
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x11, {2, 0x00, 0x00, 4}).data), "04 00 01 02 03");
+    EXPECT_EQ(toHex(send(bmc, 0x0A, 0x11, {2, 0x10, 0x00, 16}).data), "04 10 11 12 13");
+    EXPECT_EQ(send(bmc, 0x0A, 0x11, {2, 0x00, 0x01, 16}).cc, 0xC9);
+    EXPECT_EQ(send(bmc, 0x0A, 0x11, {2, 0x00, 0x00, 17}).cc, 0xCA);
+    // Master Write-Read: a write sets the device's register pointer.
     EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xC0, 0, 0x63}).data), "");
     EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xC0, 1}).data), "4D");
     EXPECT_EQ(toHex(send(bmc, 0x06, 0x52, {3, 0xA0, 4, 0x01}).data), "11 12 FF FF");
     EXPECT_EQ(send(bmc, 0x06, 0x52, {3, 0x40, 1}).cc, 0x83);
-}
-
-TEST(SimBmc, CannedAnswersAndUnknownCommands) {
-    SimBmc bmc = bmcFrom(R"({"deviceId": "20 81 05 10 02", "oem": [
-        {"netfn": "0x3A", "cmd": "0x6B", "data": "01", "response": "42"},
-        {"netfn": "0x3A", "cmd": "0xC4", "data": "00 00 00", "prefix": true, "cc": "0xD5"},
-        {"netfn": "0x3A", "cmd": "0x50", "fail": true}]})");
+    // Canned answers by exact data or prefix; anything else is unknown.
     EXPECT_EQ(toHex(send(bmc, 0x06, 0x01).data), "20 81 05 10 02");
     EXPECT_EQ(toHex(send(bmc, 0x3A, 0x6B, {0x01}).data), "42");
     EXPECT_EQ(send(bmc, 0x3A, 0x6B, {0x02}).cc, 0xC1);
