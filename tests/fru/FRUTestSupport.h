@@ -1,5 +1,7 @@
 // Building FRU images and BMC nodes for the FRU tests.
 #pragma once
+// Designated initializers name only the fields a test cares about.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 #include <algorithm>
 #include <cstring>
@@ -46,9 +48,7 @@ inline std::map<std::string, std::string> Props(const std::string& text) {
 
 inline uint8_t ZeroSum(const Bytes& b, size_t n) {
     uint8_t sum = 0;
-    for (size_t i = 0; i < n; ++i) {
-        sum = uint8_t(sum + b[i]);
-    }
+    std::for_each(b.begin(), b.begin() + n, [&](uint8_t x) { sum = uint8_t(sum + x); });
     return uint8_t(-sum);
 }
 
@@ -85,21 +85,11 @@ inline void Put(Bytes& img, size_t at, const std::string& text) {
     std::memcpy(img.data() + at, text.data(), text.size());
 }
 
-inline std::vector<uint8_t> Locator(uint16_t id, uint8_t fruId, const char* name,
-                                    bool logical = true) {
-    sim::FruLocatorFields f;
-    f.id = id;
-    f.fruId = fruId;
-    f.logical = logical;
-    f.name = name;
-    return sim::buildFruLocatorRecord(f);
+inline Bytes Locator(uint16_t id, uint8_t fruId, const char* name, bool logical = true) {
+    return sim::buildFruLocatorRecord({.id = id, .fruId = fruId, .logical = logical, .name = name});
 }
-
-inline std::vector<uint8_t> Sensor(uint16_t id, const char* name) {
-    sim::CompactSensorFields f;
-    f.id = id;
-    f.name = name;
-    return sim::buildCompactSensorRecord(f);
+inline Bytes Sensor(uint16_t id, const char* name) {
+    return sim::buildCompactSensorRecord({.id = id, .name = name});
 }
 
 } // namespace ipmisel::test

@@ -65,9 +65,6 @@ std::vector<std::tuple<std::string, Bytes, std::string, std::string>> DamagedIma
         {"board version", Image(kChassis, B(0x02, 0x01, 0, 0, 0, 0, 0xC1, 0x3C), kProduct),
          kChassisProperties + "|" + kProductProperties,
          Line("board", "its format version is not 01h")},
-        {"product field past the area", Image(kChassis, kBoard, Area(B(25, 0xC8, 'A', 'B'))),
-         kChassisProperties + "|" + kBoardProperties,
-         Line("product", "a field runs past the area's end")},
         {"custom field past the area",
          Image({}, Area(B(0, 0, 0, 0, 0xC2, 'M', 'M', 0xC2, 'P', 'N', 0, 0, 0, 0xCF)), {}), "",
          Line("board", "a field runs past the area's end")},
@@ -141,41 +138,36 @@ TEST(InfoAreas, CommonHeaderAndFieldEncodings) {
 FRUProperties ReadWithIpmiFru(const Bytes& image) {
     const std::string path = writeTempFile("fru.bin", std::string(image.begin(), image.end()));
     FILE* pipe = popen(("TZ=UTC ipmi-fru --fru-file " + path + " 2>&1").c_str(), "r");
-    const FRUProperties names = Props("Chassis Type=ChassisType|"
-                                      "Chassis Part Number=ChassisPartNumber|"
-                                      "Chassis Serial Number=ChassisSerialNumber|"
-                                      "Board Manufacturer=BoardManufacturer|"
-                                      "Board Manufacturing Date/Time=BoardMfgDateTime|"
-                                      "Board Product Name=BoardProductName|"
-                                      "Board Serial Number=BoardSerialNumber|"
-                                      "Board Part Number=BoardPartNumber|"
-                                      "Product Manufacturer Name=ProductManufacturer|"
-                                      "Product Name=ProductName|"
-                                      "Product Part/Model Number=ProductPartNumber|"
-                                      "Product Version=ProductVersion|"
-                                      "Product Serial Number=ProductSerialNumber|"
-                                      "Product Asset Tag=ProductAssetTag");
+    const FRUProperties renames = Props("BoardManufacturingDate/Time=BoardMfgDateTime|"
+                                        "ProductManufacturerName=ProductManufacturer|"
+                                        "ProductPart/ModelNumber=ProductPartNumber");
     FRUProperties seen;
     char line[512];
     while (pipe != nullptr && std::fgets(line, sizeof line, pipe) != nullptr) {
         const std::string text(line);
+        // "  FRU Board Part Number: ..." is BoardPartNumber; custom, error and
+        // FRU file ID lines have no property.
         const size_t first = text.find("FRU ") + 4, colon = text.find(": ");
-        const auto name = first >= 4 && colon != std::string::npos
-                              ? names.find(text.substr(first, colon - first))
-                              : names.end();
-        if (name == names.end()) {
+        if (first < 4 || colon == std::string::npos) {
+            continue;
+        }
+        std::string name = text.substr(first, colon - first);
+        std::erase(name, ' ');
+        name = renames.contains(name) ? renames.at(name) : name;
+        if (name.find("Info") != std::string::npos ||
+            (name.rfind("Chassis", 0) && name.rfind("Board", 0) && name.rfind("Product", 0))) {
             continue;
         }
         std::string value = text.substr(colon + 2);
         value.erase(value.find_last_not_of(" \n") + 1);
         value.erase(0, value.find_first_not_of(' '));
-        if (name->second == "BoardMfgDateTime") { // mm/dd/yy - hh:mm:ss
+        if (name == "BoardMfgDateTime") { // mm/dd/yy - hh:mm:ss
             const std::string yy = value.substr(6, 2);
             value = (yy < "96" ? "20" : "19") + yy + value.substr(0, 2) + value.substr(3, 2) +
                     value.substr(11, 2) + value.substr(14, 2) + value.substr(17, 2) + ".000000+000";
         }
         if (!value.empty() && value.rfind("Error '", 0) != 0) {
-            seen[name->second] = value;
+            seen[name] = value;
         }
     }
     if (pipe != nullptr) {

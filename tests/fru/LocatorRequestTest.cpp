@@ -11,6 +11,12 @@
 namespace ipmisel::test {
 namespace {
 
+// The first `nth` request of `cmd` fails: completion code `cc`, or (0) nothing sent.
+sim::Fault Fail(uint8_t cmd, uint32_t nth, uint8_t cc) {
+    using A = sim::Fault::Action;
+    return {0x0A, cmd, nth, false, cc ? A::CompletionCode : A::SendFailure, cc, 0, {}};
+}
+
 class LocatorRequest : public ::testing::Test {
   protected:
     void Node(sim::NodeSetup setup) {
@@ -27,25 +33,22 @@ class LocatorRequest : public ::testing::Test {
         }
         return names;
     }
-    // Get SDR requests as "record:offset+count" (reservation checked), or Read
-    // FRU Data requests as "device:offset+count".
+    // Get SDR requests as " record:offset+count" (all with reservation 0001h,
+    // low byte first), Read FRU Data requests as " device:offset+count".
     std::string Requests(uint8_t cmd) const {
         std::string out;
-        for (const auto& r : bmc->received()) {
-            if (r.cmd == cmd) {
-                const bool sdr = cmd == 0x23;
-                EXPECT_TRUE(!sdr ||
-                            (r.data[0] == 1 && r.data[1] == 0)); // reservation 0001h, low first
-                const Bytes& d = r.data;
-                const int id = sdr ? d[2] | d[3] << 8 : d[0],
-                          offset = sdr ? d[4] : d[1] | d[2] << 8;
-                out += " " + std::to_string(id) + ":" + std::to_string(offset) + "+" +
-                       std::to_string(d[sdr ? 5 : 3]);
+        for (const auto& [netfn, lun, c, d] : bmc->received()) {
+            const bool sdr = c == 0x23;
+            EXPECT_TRUE(!sdr || (d[0] == 1 && d[1] == 0));
+            char text[32];
+            if (c == cmd &&
+                std::snprintf(text, sizeof text, " %d:%d+%d", sdr ? d[2] | d[3] << 8 : d[0],
+                              sdr ? d[4] : d[1] | d[2] << 8, d[sdr ? 5 : 3]) > 0) {
+                out += text;
             }
         }
         return out;
     }
-
     HostCapture host;
     std::shared_ptr<sim::SimBmc> bmc;
     IPMIRequestFRULocator request{NOXAQSV20::SPLibrary::GetSplibraryInstance(0)};
@@ -53,18 +56,16 @@ class LocatorRequest : public ::testing::Test {
 };
 
 TEST_F(LocatorRequest, WalkKeepsEveryFRULocatorInRepositoryOrder) {
-    sim::NodeSetup setup;
-    setup.sdrRecords = {Sensor(1, "Temp"), Locator(2, 3, "Mainboard"),
-                        Locator(3, 0x12, "PSU", false), Sensor(4, "Fan"), Locator(5, 0, "CPU")};
-    Node(setup);
+    Node({.sdrRecords = {Sensor(1, "Temp"), Locator(2, 3, "Mainboard"),
+                         Locator(3, 0x12, "PSU", false), Sensor(4, "Fan"), Locator(5, 0, "CPU")}});
     ASSERT_EQ("Mainboard|PSU|CPU", Walk());
-    EXPECT_EQ(3, found[0].fruDeviceID);
-    EXPECT_EQ(0x80, found[0].logicalPhysical);
-    EXPECT_EQ(0x00, found[1].logicalPhysical);
-    EXPECT_EQ(0xC9, found[0].idStringTypeLength);
+    EXPECT_EQ((std::vector<int>{3, 0x80, 0x00, 0xC9}),
+              (std::vector<int>{found[0].fruDeviceID, found[0].logicalPhysical,
+                                found[1].logicalPhysical, found[0].idStringTypeLength}));
     // Sensor records are stepped over after their header piece.
     EXPECT_EQ(" 0:0+15 2:0+15 2:15+255 3:0+15 3:15+255 4:0+15 5:0+15 5:15+255", Requests(0x23));
     EXPECT_TRUE(host.hasLog(3, "Number of FRU Locators is 3"));
+    // Device 0's dump: twelve rows of 20 bytes and one of 16.
     const std::string row = "\n\t00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ";
     std::string dump = "Device ID 0: CPU.\nFRUData = ";
     for (int i = 0; i < 12; ++i) {
@@ -74,9 +75,7 @@ TEST_F(LocatorRequest, WalkKeepsEveryFRULocatorInRepositoryOrder) {
 }
 
 TEST_F(LocatorRequest, OnlyFFFFhEndsTheWalkAndARepeatedIDStopsIt) {
-    sim::NodeSetup setup;
-    setup.sdrRecords = {Locator(1, 1, "A"), Locator(0x12FF, 2, "B"), Locator(0xFF12, 3, "C")};
-    Node(setup);
+    Node({.sdrRecords = {Locator(1, 1, "A"), Locator(0x12FF, 2, "B"), Locator(0xFF12, 3, "C")}});
     EXPECT_EQ("A|B|C", Walk());
 
     // Record 2 points back at record 1, which was asked for as 0000h.
@@ -96,44 +95,32 @@ TEST_F(LocatorRequest, OnlyFFFFhEndsTheWalkAndARepeatedIDStopsIt) {
 
 TEST_F(LocatorRequest, IDStringEndsAtAZeroByteOrItsTypeLengthValue) {
     const std::tuple<Bytes, uint8_t, std::string> cases[] = {
-        {{'A', 'B', 0, 'C', 'D'}, 0xC5, "AB"},
-        {{'A', 'B', 'C', 'D', 'E', 'F'}, 0x03, "ABC"},
-    };
+        {{'A', 'B', 0, 'C', 'D'}, 0xC5, "AB"}, {{'A', 'B', 'C', 'D', 'E', 'F'}, 0x03, "ABC"}};
     for (const auto& [name, typeLength, expected] : cases) {
-        sim::FruLocatorFields f;
-        f.name = sim::SdrName(name);
-        sim::NodeSetup setup;
-        setup.sdrRecords = {sim::buildFruLocatorRecord(f)};
-        setup.sdrRecords[0][15] = typeLength;
-        Node(setup);
+        Node({.sdrRecords = {sim::buildFruLocatorRecord({.name = sim::SdrName(name)})}});
+        bmc->setup().sdrRecords[0][15] = typeLength;
         EXPECT_EQ(expected, Walk());
     }
 }
 
 TEST_F(LocatorRequest, AFailedRequestEndsTheWalkKeepingWhatWasFound) {
-    using Action = sim::Fault::Action;
-    const std::tuple<uint8_t, uint32_t, Action, uint8_t, std::string, int, std::string> cases[] = {
-        {0x22, 1, Action::SendFailure, 0, "", 0, "Failure in sending command to reserve SDR."},
-        {0x22, 1, Action::CompletionCode, 0xC0, "", 0,
-         "IPMI error in reserving sensor data record: Node Busy."},
-        {0x23, 3, Action::CompletionCode, 0xC0, "A", 3,
-         "IPMI error in obtaining sensor data record header: Node Busy."},
-        {0x23, 3, Action::SendFailure, 0, "A", 0,
-         "Failure in sending command to obtain SDR Header."},
-        {0x23, 2, Action::CompletionCode, 0x99, "", 1,
+    // Command, which request, completion code, names kept, severity, log line.
+    const std::tuple<uint8_t, uint32_t, uint8_t, std::string, int, std::string> cases[] = {
+        {0x22, 1, 0, "", 0, "Failure in sending command to reserve SDR."},
+        {0x22, 1, 0xC0, "", 0, "IPMI error in reserving sensor data record: Node Busy."},
+        {0x23, 3, 0xC0, "A", 3, "IPMI error in obtaining sensor data record header: Node Busy."},
+        {0x23, 3, 0, "A", 0, "Failure in sending command to obtain SDR Header."},
+        {0x23, 2, 0x99, "", 1,
          "IPMI error in obtaining sensor data record string: Unknown error\n"},
-        {0x23, 2, Action::SendFailure, 0, "", 0,
-         "Failure in sending command to obtain SDR String."},
+        {0x23, 2, 0, "", 0, "Failure in sending command to obtain SDR String."},
     };
-    for (const auto& [cmd, nth, action, code, kept, severity, line] : cases) {
-        sim::NodeSetup setup;
-        setup.sdrRecords = {Locator(1, 1, "A"), Locator(2, 2, "B")};
-        setup.faults = {sim::Fault{0x0A, cmd, nth, false, action, code, 0, {}}};
-        Node(setup);
+    for (const auto& [cmd, nth, code, kept, severity, line] : cases) {
+        Node({.sdrRecords = {Locator(1, 1, "A"), Locator(2, 2, "B")},
+              .faults = {Fail(cmd, nth, code)}});
         EXPECT_EQ(kept, Walk(1)) << line;
         EXPECT_TRUE(host.hasLog(severity, line)) << line;
     }
-    Node(sim::NodeSetup{}); // an empty repository answers CBh to the first header
+    Node({}); // an empty repository answers CBh to the first header
     EXPECT_EQ("", Walk(1));
     EXPECT_TRUE(host.hasLog("Number of FRU Locators is 0"));
 }
@@ -143,9 +130,7 @@ TEST_F(LocatorRequest, FRUDataIsReadIn33ReadsOf16BytesUpTo528) {
     for (size_t i = 0; i < device.size(); ++i) {
         device[i] = uint8_t(i * 7 + 1);
     }
-    sim::NodeSetup setup;
-    setup.fru = {{0x1A, device}, {0, Bytes(40, 0x55)}};
-    Node(setup);
+    Node({.fru = {{0x1A, device}, {0, Bytes(40, 0x55)}}});
     IPMIFRULocator locator;
     locator.fruDeviceID = 0x1A;
     EXPECT_EQ(0, request.IPMIGetFRUData(locator, false));
@@ -167,18 +152,14 @@ TEST_F(LocatorRequest, FRUDataIsReadIn33ReadsOf16BytesUpTo528) {
 }
 
 TEST_F(LocatorRequest, AMissingDeviceLeavesNoData) {
-    using Action = sim::Fault::Action;
-    const std::tuple<Action, uint8_t, int, std::string> cases[] = {
-        {Action::CompletionCode, 0xCB, 3,
+    const std::tuple<uint8_t, int, std::string> cases[] = {
+        {0xCB, 3,
          "FRU data not available for Device ID 5 (Requested Sensor, data, or record not present.)"},
-        {Action::CompletionCode, 0x81, 3, "FRU data not available for Device ID 5 (Unknown error)"},
-        {Action::SendFailure, 0, 0, "Failure in sending command to obtain FRU Data."},
+        {0x81, 3, "FRU data not available for Device ID 5 (Unknown error)"},
+        {0, 0, "Failure in sending command to obtain FRU Data."},
     };
-    for (const auto& [action, code, severity, line] : cases) {
-        sim::NodeSetup setup;
-        setup.fru = {{5, Bytes(528, 0xAA)}};
-        setup.faults = {sim::Fault{0x0A, 0x11, 1, false, action, code, 0, {}}};
-        Node(setup);
+    for (const auto& [code, severity, line] : cases) {
+        Node({.fru = {{5, Bytes(528, 0xAA)}}, .faults = {Fail(0x11, 1, code)}});
         IPMIFRULocator locator;
         locator.fruDeviceID = 5;
         EXPECT_EQ(1, request.IPMIGetFRUData(locator, false));
@@ -188,11 +169,10 @@ TEST_F(LocatorRequest, AMissingDeviceLeavesNoData) {
     }
     EXPECT_TRUE(host.hasLog(3, "FRU Data Not Available for current device."));
     IPMIFRULocator locator; // present: any of the first 101 bytes set
-    locator.fruData[100] = 1;
-    EXPECT_TRUE(locator.HasFRUData());
-    locator.fruData[100] = 0;
     locator.fruData[101] = 1;
     EXPECT_FALSE(locator.HasFRUData());
+    locator.fruData[100] = 1;
+    EXPECT_TRUE(locator.HasFRUData());
 }
 
 TEST_F(LocatorRequest, ALongerAnswerNeverWritesPast528Bytes) {
