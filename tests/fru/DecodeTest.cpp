@@ -11,19 +11,17 @@ namespace ipmisel::test {
 namespace {
 
 using Texts = std::vector<std::string>;
-
-void PutAt(IPMIFRULocator& l, size_t at, const std::string& text) {
-    std::memcpy(l.fruData + at, text.data(), text.size());
-}
+using namespace std::string_literals;
 
 TEST(BoardFields, AreReadAtFixedPlacesInTheirOrder) {
-    IPMIFRULocator l;
-    l.fruData[3] = 1; // board area at 8
-    PutAt(l, 8 + 38, "PROD-NAME");
-    PutAt(l, 8 + 7, "MAKER");
-    PutAt(l, 8 + 134, std::string(40, 'x'));
-    PutAt(l, 8 + 102, "ABC#123");
-    PutAt(l, 8 + 71, "a_b[c]\\d/e(f).g Z9");
+    IPMIFRULocator l; // the board area at 8
+    const Bytes img = Filled(kFRUDataSize, {{3, "\x01"},
+                                            {8 + 38, "PROD-NAME"},
+                                            {8 + 7, "MAKER"},
+                                            {8 + 134, std::string(40, 'x')},
+                                            {8 + 102, "ABC#123"},
+                                            {8 + 71, "a_b[c]\\d/e(f).g Z9"}});
+    std::copy(img.begin(), img.end(), l.fruData);
     l.GetFRUAreas("Mainboard", false);
     const Texts board = {"PROD-NAME", "MAKER", std::string(32, 'x'), "ABC", "a_b[c]\\d/e(f).g Z9"};
     EXPECT_EQ(board, l.boardFields);
@@ -95,52 +93,39 @@ TEST(TypedData, MemoryModulesByType) {
     // SPD of type 0Bh or 09h: part at 128, serial 122..125 printed from 125
     // down, maker as bank byte 117 and code 118. Other types: part at 73,
     // serial 95..98 in order, maker as continuation bytes from 64.
-    auto late = [](uint8_t type, Bytes serial, uint8_t bank, uint8_t code) {
-        Bytes d(256);
-        d[2] = type;
-        std::copy(serial.begin(), serial.end(), d.begin() + 122);
-        d[117] = bank;
-        d[118] = code;
-        Put(d, 128, "M393B1K70DH0-CK0  ");
-        return d;
+    auto late = [](char type, const std::string& serial, const std::string& maker) {
+        return Filled(256, {{2, {type}}, {117, maker}, {122, serial}, {128, "M393B1K70DH0-CK0  "}});
     };
-    auto early = [](Bytes serial, Bytes maker) {
-        Bytes d(256);
-        d[2] = 0x08;
-        std::copy(serial.begin(), serial.end(), d.begin() + 95);
-        std::copy(maker.begin(), maker.end(), d.begin() + 64);
-        Put(d, 73, "K\x01"); // not printable: the part number is blank
-        return d;
+    auto early = [](const std::string& serial, const std::string& maker) {
+        // 01h is not printable: the part number is blank.
+        return Filled(256, {{2, "\x08"}, {64, maker}, {73, "K\x01"}, {95, serial}});
     };
-    const Bytes seven = B(0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x01);
+    const std::string seven = "\x7F\x7F\x7F\x7F\x7F\x7F\x7F\x01", serial = "\x01\x02\x03\x04";
     const std::tuple<Bytes, std::string> cases[] = {
-        {late(0x0B, B(1, 2, 3, 4), 0x80, 0xCE), "M393B1K70DH0-CK0  | |04030201|Samsung"},
-        {late(0x09, B(0, 0, 0, 0), 0x01, 0x98), "M393B1K70DH0-CK0  | ||Kingston"},
-        {late(0x0B, B(1, 2, 3, 4), 0x07, 0x01), "M393B1K70DH0-CK0  | |04030201|"},
-        {late(0x0B, B(1, 2, 3, 4), 0x00, 0x7F), "M393B1K70DH0-CK0  | |04030201|"},
-        {early(B(1, 2, 3, 4), B(0x7F, 0x98)), " | |01020304|Kingston"},
-        {early(B(0xAB, 0, 0, 0), Bytes(seven.begin() + 1, seven.end())), " | |AB000000|MOVEKING"},
-        {early(B(1, 2, 3, 4), seven), " | |01020304|"},
+        {late(0x0B, serial, "\x80\xCE"), "M393B1K70DH0-CK0  | |04030201|Samsung"},
+        {late(0x09, "\0\0\0\0"s, "\x01\x98"), "M393B1K70DH0-CK0  | ||Kingston"},
+        {late(0x0B, serial, "\x07\x01"), "M393B1K70DH0-CK0  | |04030201|"},
+        {late(0x0B, serial, "\0\x7F"s), "M393B1K70DH0-CK0  | |04030201|"},
+        {early(serial, "\x7F\x98"), " | |01020304|Kingston"},
+        {early("\xAB\0\0\0"s, seven.substr(1)), " | |AB000000|MOVEKING"},
+        {early(serial, seven), " | |01020304|"},
     };
     for (const auto& [data, expected] : cases) {
         EXPECT_EQ(expected, Offsets(data, "DIMM"));
     }
-    EXPECT_EQ(" | | | ", Offsets(late(0x0B, B(1, 2, 3, 4), 0x80, 0xCE), "CPU"));
+    EXPECT_EQ(" | | | ", Offsets(late(0x0B, serial, "\x80\xCE"), "CPU"));
 }
 
 TEST(TypedData, FixedOffsetVPDInRackAndBladeLayout) {
     // Part, FRU, serial, (unused), vendor: 12, 12, 6, 6, 4 characters from 14
     // on a rack board, from 60 on a blade.
     for (bool blade : {false, true}) {
-        Bytes d(kFRUDataSize);
-        Put(d, blade ? 60 : 14, "12+34-56-78+FRUNUMBER123SER456XXXXXXOXA1TAIL");
+        const Bytes d = Filled(kFRUDataSize,
+                               {{blade ? 60 : 14, "12+34-56-78+FRUNUMBER123SER456XXXXXXOXA1TAIL"}});
         EXPECT_EQ("123456-78+|FRUNUMBER123|SER456|OXA1", Offsets(d, "PSU", blade));
         EXPECT_EQ(" | | | ", Offsets(d, "PSU", !blade));
     }
-    Bytes d(kFRUDataSize);
-    Put(d, 14, "AB\tCD");
-    Put(d, 26, "F");
-    Put(d, 38, "S1");
+    const Bytes d = Filled(kFRUDataSize, {{14, "AB\tCD"}, {26, "F"}, {38, "S1"}});
     EXPECT_EQ(" |F|S1| ", Offsets(d, "Backplane"));
 }
 

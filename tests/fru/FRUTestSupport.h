@@ -4,7 +4,6 @@
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -80,9 +79,13 @@ inline Bytes Image(const Bytes& chassis, const Bytes& board, const Bytes& produc
     return img;
 }
 
-// `text` written into `img` at `at`.
-inline void Put(Bytes& img, size_t at, const std::string& text) {
-    std::memcpy(img.data() + at, text.data(), text.size());
+// `size` zero bytes with texts written at the places given.
+inline Bytes Filled(size_t size, std::initializer_list<std::pair<size_t, std::string>> texts) {
+    Bytes out(size);
+    for (const auto& [at, text] : texts) {
+        std::copy(text.begin(), text.end(), out.begin() + at);
+    }
+    return out;
 }
 
 inline Bytes Locator(uint16_t id, uint8_t fruId, const char* name, bool logical = true) {
