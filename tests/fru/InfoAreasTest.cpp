@@ -41,14 +41,10 @@ FRUProperties Decode(const Bytes& image) {
     return p;
 }
 
-// The header says the board is at 8 x `offsetByte`; `board` is put there.
-Bytes BoardAt(uint8_t offsetByte, const Bytes& board) {
-    Bytes img(kFRUDataSize);
-    img[0] = 1;
-    img[3] = offsetByte;
-    img[7] = ZeroSum(img, 7);
-    std::copy(board.begin(), board.end(), img.begin() + 8 * offsetByte);
-    return img;
+// The header says the board is at 8 x `offset`; `board` is put there.
+Bytes BoardAt(uint8_t offset, const std::string& board) {
+    const char sum = char(-1 - offset);
+    return Filled(kFRUDataSize, {{0, {1, 0, 0, char(offset), 0, 0, 0, sum}}, {8 * offset, board}});
 }
 
 std::string Line(const char* area, const char* why) {
@@ -77,10 +73,10 @@ std::vector<std::tuple<std::string, Bytes, std::string, std::string>> DamagedIma
                         Bytes{'A', 'B', 'C', 'D', 'E', 'F', 'G'})),
                {}),
          "", Line("board", "a field runs past the area's end")},
-        {"area at 520 running past 528", BoardAt(0x41, B(0x01, 0x02)), "",
+        {"area at 520 running past 528", BoardAt(0x41, "\x01\x02"), "",
          Line("board", "it runs past the FRU data")},
-        {"area at 528", BoardAt(0x42, {}), "", Line("board", "it starts past the FRU data")},
-        {"length 0", BoardAt(1, B(0x01, 0x00)), "", Line("board", "its length is 0")},
+        {"area at 528", BoardAt(0x42, ""), "", Line("board", "it starts past the FRU data")},
+        {"length 0", BoardAt(1, {1, 0}), "", Line("board", "its length is 0")},
         {"end of fields after the date",
          Image({}, Area(B(0, 0x01, 0, 0, 0xC1, 0xC2, 'M', 'M')), {}),
          "BoardMfgDateTime=19960101000100.000000+000", ""},

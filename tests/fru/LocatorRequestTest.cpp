@@ -127,9 +127,7 @@ TEST_F(LocatorRequest, AFailedRequestEndsTheWalkKeepingWhatWasFound) {
 
 TEST_F(LocatorRequest, FRUDataIsReadIn33ReadsOf16BytesUpTo528) {
     Bytes device(600);
-    for (size_t i = 0; i < device.size(); ++i) {
-        device[i] = uint8_t(i * 7 + 1);
-    }
+    std::generate(device.begin(), device.end(), [i = 0]() mutable { return uint8_t(i++ * 7 + 1); });
     Node({.fru = {{0x1A, device}, {0, Bytes(40, 0x55)}}});
     IPMIFRULocator locator;
     locator.fruDeviceID = 0x1A;
