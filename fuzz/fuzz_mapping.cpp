@@ -61,9 +61,20 @@ message::Lookup Reference(const std::string& key, std::vector<char>& out, int32_
 }
 
 std::string Contents(FuzzedDataProvider& in) {
-    switch (in.ConsumeIntegralInRange<int>(0, 2)) {
+    switch (in.ConsumeIntegralInRange<int>(0, 3)) {
     case 0:
         return in.ConsumeRandomLengthString(4096);
+    case 3: { // lines around the 511 characters a piece holds, then the bundled file
+        std::string text;
+        for (int n = in.ConsumeIntegralInRange<int>(1, 3); n > 0; --n) {
+            std::string line = in.ConsumeRandomLengthString(16);
+            line.append(in.ConsumeIntegralInRange<size_t>(0, 1100),
+                        static_cast<char>(in.ConsumeIntegral<uint8_t>()));
+            line += in.ConsumeRandomLengthString(16);
+            text += line + (in.ConsumeBool() ? "\r\n" : "\n");
+        }
+        return text + fuzz::BundledMessageFile();
+    }
     case 1: { // the bundled file with fuzzed lines in front (they win)
         std::string front = in.ConsumeRandomLengthString(1024);
         return front + fuzz::BundledMessageFile();
