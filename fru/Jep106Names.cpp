@@ -41,7 +41,7 @@ const char* const g_Jep106Names[kJep106Banks * kJep106Codes] = {
     "Lattice Semi.",                                             // 33
     "NCR",                                                       // 34
     "Wafer Scale Integration",                                   // 35
-    "IBM",                                                       // 36
+    "",                                                          // 36
     "Tristar",                                                   // 37
     "Visic",                                                     // 38
     "Intl. CMOS Technology",                                     // 39

@@ -16,6 +16,10 @@ import sys
 BANKS = 7
 CODES = 126
 
+# Entries (bank from 1, code) this product leaves empty: a module from such a
+# maker shows no "Vendor" rather than a name the product must not print.
+BLANK = {(1, 36)}
+
 
 def banks_from(text):
     start = text.index("@vendors = (")
@@ -48,6 +52,8 @@ def main():
     for bank in range(BANKS):
         out.write("    // bank %d\n" % (bank + 1))
         for code, name in enumerate(banks[bank], start=1):
+            if (bank + 1, code) in BLANK:
+                name = ""
             out.write("    %s, // %d\n" % (c_string(name), code))
     out.write("};\n\n} // namespace ipmisel\n")
 
