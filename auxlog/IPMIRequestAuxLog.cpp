@@ -5,9 +5,9 @@
 #include <string>
 
 #include "auxlog/AuxLog.h"
-#include "ipmi/IPMIRequestFrame.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "ipmi/IPMIRequestFrame.h"
 
 using namespace NOXAQSV20;
 

@@ -4,10 +4,10 @@
 #include <cstring>
 #include <string>
 
-#include "ipmi/IpmiConfig.h"
-#include "ipmi/SeenRecordIDs.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "ipmi/IpmiConfig.h"
+#include "ipmi/SeenRecordIDs.h"
 
 namespace ipmisel {
 

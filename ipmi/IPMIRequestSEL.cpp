@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <string>
 
-#include "ipmi/SeenRecordIDs.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "ipmi/SeenRecordIDs.h"
 
 namespace ipmisel {
 

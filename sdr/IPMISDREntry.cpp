@@ -4,9 +4,9 @@
 #include <cstring>
 #include <string>
 
-#include "ipmi/IPMIRequestSDR.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "ipmi/IPMIRequestSDR.h"
 
 namespace ipmisel {
 

@@ -8,9 +8,9 @@
 #include <ctime>
 #include <string>
 
-#include "ipmi/IPMIRequestFrame.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "ipmi/IPMIRequestFrame.h"
 #include "sel/IPMISELEntry.h"
 
 namespace ipmisel {

@@ -8,10 +8,10 @@
 #include <memory>
 #include <vector>
 
+#include "base/text.h"
 #include "ipmi/IPMIRequestSDR.h"
 #include "ipmi/IPMIRequestSEL.h"
 #include "ipmi/IpmiConfig.h"
-#include "base/text.h"
 #include "tests/support/HostFixture.h"
 
 namespace ipmisel {

@@ -6,10 +6,10 @@
 #include <sstream>
 #include <string>
 
+#include "base/log.h"
 #include "host/runtime.h"
 #include "mapping/IPMIMapping.h"
 #include "mapping/MessageFile.h"
-#include "base/log.h"
 #include "tests/support/HostFixture.h"
 
 namespace ipmisel::test {
