@@ -55,6 +55,13 @@ std::string SeedFolder() {
     return folder && *folder ? folder : "";
 }
 
+void WriteSeedsAndExitWhenAsked(void (*writeSeeds)()) {
+    if (!SeedFolder().empty()) {
+        writeSeeds();
+        std::exit(0);
+    }
+}
+
 void WriteSeed(const std::string& name, const std::vector<uint8_t>& bytes) {
     std::filesystem::create_directories(SeedFolder());
     std::ofstream out(SeedFolder() + "/" + name, std::ios::binary | std::ios::trunc);

@@ -37,6 +37,10 @@ class SeedWriter {
 // The folder seeds go to, or empty when not generating.
 std::string SeedFolder();
 
+// Every target's start: when seeds are asked for, write them with
+// `writeSeeds` and exit; otherwise return to fuzzing.
+void WriteSeedsAndExitWhenAsked(void (*writeSeeds)());
+
 // Writes one seed file named `<name>` into the seed folder.
 void WriteSeed(const std::string& name, const std::vector<uint8_t>& bytes);
 

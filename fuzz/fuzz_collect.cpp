@@ -91,10 +91,7 @@ void WriteSeeds() {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::SetUpHost();
-    if (!fuzz::SeedFolder().empty()) {
-        WriteSeeds();
-        std::exit(0);
-    }
+    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
     return 0;
 }
 

@@ -114,10 +114,7 @@ void WriteSeeds() {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    if (!fuzz::SeedFolder().empty()) {
-        WriteSeeds();
-        std::exit(0);
-    }
+    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
     return 0;
 }
 
