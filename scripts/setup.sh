@@ -3,23 +3,33 @@
 # machine. Safe to run again: when every package is already installed it
 # returns at once without touching apt.
 #
-#   scripts/setup.sh            build, unit tests and benchmarks
+#   scripts/setup.sh            build, unit tests, fuzz smoke runs, resource
+#                               checks and benchmarks
 #   scripts/setup.sh --no-e2e   leave out the BMC simulator and IPMI tools
 #                               that only the end-to-end tests use
+#   scripts/setup.sh --bench    also the peers the side-by-side benchmarks
+#                               compare with and the timer they use
 set -eu
 
 BUILD_PACKAGES="build-essential cmake g++ pkg-config libgtest-dev libgmock-dev \
-libbenchmark-dev nlohmann-json3-dev libfreeipmi-dev"
+libbenchmark-dev nlohmann-json3-dev libfreeipmi-dev rapidjson-dev libfmt-dev \
+libcli11-dev"
+# The fuzz targets build with clang and its libFuzzer runtime; the resource
+# checks run the collector under valgrind; the fleet recipe test drives the
+# collector from GNU parallel.
+CHECK_PACKAGES="clang libclang-rt-14-dev valgrind parallel"
 # The end-to-end tests run the collector against OpenIPMI's BMC simulator and
 # cross-check with the IPMI tools reading the same simulator.
 E2E_PACKAGES="openipmi ipmitool freeipmi-tools"
+BENCH_PACKAGES="hyperfine ipmiutil"
 
-packages="$BUILD_PACKAGES"
+packages="$BUILD_PACKAGES $CHECK_PACKAGES"
 case "${1:-}" in
     --no-e2e) ;;
     "") packages="$packages $E2E_PACKAGES" ;;
+    --bench) packages="$packages $E2E_PACKAGES $BENCH_PACKAGES" ;;
     -h|--help)
-        sed -n '2,8p' "$0" | sed 's/^# \{0,1\}//'
+        sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//'
         exit 0 ;;
     *)
         echo "setup.sh: unknown option $1 (see setup.sh --help)" >&2
