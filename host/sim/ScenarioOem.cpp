@@ -7,6 +7,10 @@ namespace ipmisel::sim::scenario {
 
 namespace {
 
+// An oversize answer may run to four times the largest transfer buffer (312
+// bytes) a caller keeps: far enough past it to show an overrun.
+constexpr int64_t kMaxOversize = 1024;
+
 // Each object of a list as an entry for one request: "netfn" and "cmd"
 // (both needed) first, then read(fields, entry) for the rest; keys nobody
 // read are refused before the entry is taken.
@@ -103,8 +107,12 @@ void parseFaults(const ValueReader& values, const json& v, const std::string& pl
             x.action = Fault::Action::Truncate;
             ++actions;
         }
+        if (f.num("oversize", x.oversizeBy, 1, kMaxOversize)) {
+            x.action = Fault::Action::Oversize;
+            ++actions;
+        }
         if (actions != 1) {
-            f.fail("give exactly one of \"cc\", \"fail\" or \"truncate\"");
+            f.fail("give exactly one of \"cc\", \"fail\", \"truncate\" or \"oversize\"");
         }
     });
 }

@@ -178,6 +178,16 @@ host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
             }
             return r;
         }
+        case Fault::Action::Oversize: {
+            // Whatever the BMC answered, with a tail no caller asked for.
+            host::IpmiResponse r = respond(request);
+            if (r.sent) {
+                for (size_t k = 0; k < due->oversizeBy; ++k) {
+                    r.data.push_back(static_cast<uint8_t>(k & 0xFF));
+                }
+            }
+            return r;
+        }
         }
     }
     return respond(request);

@@ -24,16 +24,24 @@ class ScenarioError : public std::runtime_error {
 };
 
 // A fault: at the nth (1-based) request matching netfn/cmd (and every later
-// one when `repeat` is set) answer a completion code, fail the send, or cut
-// the response data to `truncateTo` bytes.
+// one when `repeat` is set) answer a completion code, fail the send, cut the
+// response data to `truncateTo` bytes, or add `oversizeBy` bytes to it (00h,
+// 01h, ... counting on and wrapping after FFh), an answer longer than any
+// buffer a caller keeps for it.
 struct Fault {
     uint8_t netfn = 0;
     uint8_t cmd = 0;
     uint32_t nth = 1;
     bool repeat = false;
-    enum class Action { CompletionCode, SendFailure, Truncate } action = Action::CompletionCode;
+    enum class Action {
+        CompletionCode,
+        SendFailure,
+        Truncate,
+        Oversize
+    } action = Action::CompletionCode;
     uint8_t cc = 0xC0;
     size_t truncateTo = 0;
+    size_t oversizeBy = 0;
     // Only requests whose data starts with these bytes count; empty: all.
     std::vector<uint8_t> data;
 };

@@ -65,6 +65,11 @@ TEST(ScenarioParse, RefusesEveryMistakeWithOneLineNamingFilePlaceAndProblem) {
          "bad.json: nodes[0].oem[0]: unknown key \"resp\""},
         {R"({"nodes": [{"faults": [{"netfn": 6, "cmd": 1, "fail": false}]}]})",
          "bad.json: nodes[0].faults[0].fail: can only be true (leave it out otherwise)"},
+        {R"({"nodes": [{"faults": [{"netfn": 6, "cmd": 1, "oversize": 1025}]}]})",
+         "bad.json: nodes[0].faults[0].oversize: 1025 is out of range 1..1024"},
+        {R"({"nodes": [{"faults": [{"netfn": 6, "cmd": 1, "truncate": 2, "oversize": 2}]}]})",
+         "bad.json: nodes[0].faults[0]: give exactly one of \"cc\", \"fail\", \"truncate\" or "
+         "\"oversize\""},
         {R"({"nodes": [{"transcript": [{"netfn": 6, "cmd": 1, "fail": true, "cc": 0}]}]})",
          "bad.json: nodes[0].transcript[0]: a failed send has no \"cc\" or \"response\""},
         {R"({"nodes": [{"sel": {}, "transcript": []}]})",

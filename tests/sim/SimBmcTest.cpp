@@ -160,7 +160,8 @@ TEST(SimBmc, FaultsFireAtTheNthMatchingRequest) {
     SimBmc bmc = bmcFrom(R"({"sel": {"records": [{}, {}]}, "faults": [
         {"netfn": 10, "cmd": "0x40", "nth": 2, "cc": "0xC0"},
         {"netfn": 10, "cmd": "0x43", "data": "00 00 02", "fail": true},
-        {"netfn": 10, "cmd": "0x48", "nth": 2, "repeat": true, "truncate": 1}]})");
+        {"netfn": 10, "cmd": "0x48", "nth": 2, "repeat": true, "truncate": 1},
+        {"netfn": 6, "cmd": 1, "oversize": 300}]})");
     EXPECT_EQ(send(bmc, 0x0A, 0x40).cc, 0x00);
     EXPECT_EQ(send(bmc, 0x0A, 0x40).cc, 0xC0);
     EXPECT_EQ(send(bmc, 0x0A, 0x40).cc, 0x00);
@@ -171,6 +172,14 @@ TEST(SimBmc, FaultsFireAtTheNthMatchingRequest) {
     EXPECT_EQ(send(bmc, 0x0A, 0x48).data.size(), 4u);
     EXPECT_EQ(send(bmc, 0x0A, 0x48).data.size(), 1u);
     EXPECT_EQ(bmc.requestCount(0x0A, 0x40), 3u);
+    // Oversize: the whole answer (15 bytes of Device ID), then 300 bytes
+    // counting 00h, 01h, ... and wrapping after FFh.
+    auto longer = send(bmc, 0x06, 0x01);
+    ASSERT_EQ(longer.data.size(), 315u);
+    EXPECT_EQ(toHex(std::span(longer.data).first(16)),
+              "20 01 01 00 02 BF C1 A3 00 00 00 00 00 00 00 00");
+    EXPECT_EQ(toHex(std::span(longer.data).subspan(269, 4)), "FE FF 00 01");
+    EXPECT_EQ(send(bmc, 0x06, 0x01).data.size(), 15u); // the first request only
 }
 
 TEST(SimBmc, RecordingThenReplayGivesTheSameBytesInOrder) {
