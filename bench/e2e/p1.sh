@@ -25,7 +25,7 @@ set -euo pipefail
 
 # shellcheck disable=SC2034 # read by lib.sh
 bench_name=p1
-# shellcheck source=lib.sh
+# shellcheck source-path=SCRIPTDIR source=lib.sh
 . "$(dirname "$0")/lib.sh"
 bin=$(cd "${1:-$bench_root/build-bench/bin}" 2>/dev/null && pwd) || die "no bin folder ${1:-}"
 runs=${RUNS:-10}

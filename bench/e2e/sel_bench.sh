@@ -21,7 +21,7 @@ set -euo pipefail
 
 # shellcheck disable=SC2034 # read by lib.sh
 bench_name=sel_bench
-# shellcheck source=lib.sh
+# shellcheck source-path=SCRIPTDIR source=lib.sh
 . "$(dirname "$0")/lib.sh"
 bin=${1:-$bench_root/build/bin}
 runs=${RUNS:-5}
