@@ -28,6 +28,15 @@ namespace {
 
 constexpr const char kPluginFile[] = "ipmisel.so";
 constexpr const char kMessageFile[] = "ipmisel.INI";
+// Where an installed program's plug-in and data lie, seen from the program's
+// own folder; the build defines them from its install layout. A build tree
+// has the plug-in beside the program and the demo in the source tree instead.
+#ifndef IPMISEL_INSTALLED_PLUGIN_DIR
+#define IPMISEL_INSTALLED_PLUGIN_DIR "../lib/ipmisel"
+#endif
+#ifndef IPMISEL_INSTALLED_DATA_DIR
+#define IPMISEL_INSTALLED_DATA_DIR "../share/ipmisel"
+#endif
 constexpr uint32_t kProcessAttach = 1;
 // The marked-up form of a core-log notice; class 101 carries the same words
 // as plain text, which is what a terminal wants.
@@ -43,6 +52,30 @@ struct HostReset {
 
 fs::path exeFolder(const Environment& env) {
     return env.exePath.empty() ? fs::path(".") : fs::path(env.exePath).parent_path();
+}
+
+// The first of `candidates` that is a file, normalised; empty when none is.
+// `looked` receives every place tried.
+std::string firstFile(const std::vector<fs::path>& candidates, std::vector<std::string>* looked) {
+    for (const fs::path& p : candidates) {
+        fs::path normal = p.lexically_normal();
+        if (looked) {
+            looked->push_back(normal.string());
+        }
+        std::error_code ec;
+        if (fs::is_regular_file(normal, ec)) {
+            return normal.string();
+        }
+    }
+    return {};
+}
+
+std::string joined(const std::vector<std::string>& places) {
+    std::string text;
+    for (const auto& p : places) {
+        text += (text.empty() ? "" : ", ") + p;
+    }
+    return text;
 }
 
 // One line on stderr, prefixed with the program's name.
@@ -161,29 +194,26 @@ int realBmcConfig(const Options& options, const ErrorLine& fail, NodeErrors& err
 
 } // namespace
 
-std::string pluginPathFor(const Options& options, const Environment& env) {
+std::string pluginPathFor(const Options& options, const Environment& env,
+                          std::vector<std::string>* looked) {
     if (options.pluginPath) {
+        if (looked) {
+            looked->push_back(*options.pluginPath);
+        }
         return *options.pluginPath;
     }
-    return (exeFolder(env) / kPluginFile).string();
+    return firstFile(
+        {exeFolder(env) / kPluginFile, exeFolder(env) / IPMISEL_INSTALLED_PLUGIN_DIR / kPluginFile},
+        looked);
 }
 
 std::string findDemoScenario(const Environment& env, std::vector<std::string>* looked) {
-    std::vector<fs::path> candidates = {exeFolder(env) / ".." / "scenarios" / "demo.json"};
+    std::vector<fs::path> candidates = {exeFolder(env) / IPMISEL_INSTALLED_DATA_DIR / "scenarios" /
+                                        "demo.json"};
     if (!env.sourceDir.empty()) {
         candidates.push_back(fs::path(env.sourceDir) / "scenarios" / "demo.json");
     }
-    for (const fs::path& p : candidates) {
-        fs::path normal = p.lexically_normal();
-        if (looked) {
-            looked->push_back(normal.string());
-        }
-        std::error_code ec;
-        if (fs::is_regular_file(normal, ec)) {
-            return normal.string();
-        }
-    }
-    return {};
+    return firstFile(candidates, looked);
 }
 
 std::string kernelIpmiDevice(const Environment& env) {
@@ -253,11 +283,12 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
 
     // Installation first: a missing plug-in or message file makes everything
     // else pointless.
-    const std::string pluginPath = pluginPathFor(options, env);
+    std::vector<std::string> pluginPlaces;
+    const std::string pluginPath = pluginPathFor(options, env, &pluginPlaces);
     {
         std::error_code ec;
-        if (!fs::is_regular_file(pluginPath, ec)) {
-            return fail(kExitPlugin, "plug-in not found: " + pluginPath);
+        if (pluginPath.empty() || !fs::is_regular_file(pluginPath, ec)) {
+            return fail(kExitPlugin, "plug-in not found: " + joined(pluginPlaces));
         }
         std::string messages = messageFileFor(pluginPath);
         if (!fs::is_regular_file(messages, ec)) {
@@ -298,12 +329,8 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
         scenarioPath = findDemoScenario(env, &looked);
         std::string device = kernelIpmiDevice(env);
         if (scenarioPath.empty()) {
-            std::string places;
-            for (const auto& p : looked) {
-                places += (places.empty() ? "" : ", ") + p;
-            }
-            return fail(kExitScenario,
-                        "no BMC given and the demo scenario is missing (looked in " + places + ")");
+            return fail(kExitScenario, "no BMC given and the demo scenario is missing (looked in " +
+                                           joined(looked) + ")");
         }
         if (device.empty()) {
             err << env.program << ": no BMC given and no kernel IPMI device found; using the "

@@ -32,12 +32,17 @@ int runCommandLine(const std::vector<std::string>& args, const Environment& env,
 int runCollector(const Options& options, const Environment& env, std::ostream& out,
                  std::ostream& err);
 
-// The plug-in: the given path, or ipmisel.so beside the program.
-std::string pluginPathFor(const Options& options, const Environment& env);
+// The plug-in: the given path, else ipmisel.so beside the program (a build
+// tree), else in the installed plug-in folder (../lib/ipmisel from the
+// program's folder). Empty when neither exists; `looked` receives the places
+// tried.
+std::string pluginPathFor(const Options& options, const Environment& env,
+                          std::vector<std::string>* looked = nullptr);
 
-// The bundled demo scenario: ../scenarios/demo.json beside the program's
-// folder (installed), else scenarios/demo.json of the source tree. Empty when
-// neither exists; `looked` receives the places tried.
+// The bundled demo scenario: scenarios/demo.json in the installed data folder
+// (../share/ipmisel from the program's folder), else in the source tree the
+// program was built from. Empty when neither exists; `looked` receives the
+// places tried.
 std::string findDemoScenario(const Environment& env, std::vector<std::string>* looked = nullptr);
 
 // The first of env.ipmiDevices that exists, or "".

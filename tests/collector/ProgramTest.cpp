@@ -184,21 +184,35 @@ TEST(Program, DemoScenarioAsJsonlWithTheLogThenAsATableWithAQuietLog) {
         EXPECT_EQ(quiet.find(above), std::string::npos) << quiet;
 }
 
-TEST(Paths, InstalledDemoScenarioBeforeTheSourceTreesOne) {
+// A build tree has the plug-in beside the program and the demo in the source
+// tree; an installed program has them in ../lib/ipmisel and ../share/ipmisel.
+TEST(Paths, BuildTreeAndInstalledPlaces) {
     std::string root = t::makeTempDir("collect-layout");
     Environment env;
     env.exePath = root + "/bin/ipmisel-collect";
     env.sourceDir = root + "/src";
     std::vector<std::string> looked;
     EXPECT_EQ(findDemoScenario(env, &looked), "");
-    EXPECT_EQ(looked, (std::vector<std::string>{root + "/scenarios/demo.json",
+    EXPECT_EQ(looked, (std::vector<std::string>{root + "/share/ipmisel/scenarios/demo.json",
                                                 root + "/src/scenarios/demo.json"}));
-    // Before installation the source tree's copy; after, the one beside bin/.
-    for (std::string d : {"/src/scenarios", "/scenarios"}) {
-        fs::create_directories(root + d);
-        std::ofstream(root + d + "/demo.json") << "{}";
-        EXPECT_EQ(findDemoScenario(env), root + d + "/demo.json");
+    looked.clear();
+    EXPECT_EQ(pluginPathFor(Options{}, env, &looked), "");
+    EXPECT_EQ(looked, (std::vector<std::string>{root + "/bin/ipmisel.so",
+                                                root + "/lib/ipmisel/ipmisel.so"}));
+
+    // Each place is taken once it exists; the installed demo wins over the
+    // source tree's, the plug-in beside the program over the installed one.
+    for (std::string f : {"/src/scenarios/demo.json", "/share/ipmisel/scenarios/demo.json",
+                          "/lib/ipmisel/ipmisel.so", "/bin/ipmisel.so"}) {
+        fs::create_directories(fs::path(root + f).parent_path());
+        std::ofstream(root + f) << "{}";
+        std::string found =
+            f.ends_with(".so") ? pluginPathFor(Options{}, env) : findDemoScenario(env);
+        EXPECT_EQ(found, root + f);
     }
+    Options given;
+    given.pluginPath = "/none/ipmisel.so";
+    EXPECT_EQ(pluginPathFor(given, env), "/none/ipmisel.so");
 }
 
 } // namespace
