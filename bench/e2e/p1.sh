@@ -67,12 +67,13 @@ stop_sim
 
 csv=$out/p1.csv
 raw=$(hf_field "$csv" "raw walk" mean)
+cpu() { calc "$(hf_field "$csv" "$1" user) + $(hf_field "$csv" "$1" system)"; }
 echo
 printf '%-16s %10s %10s %12s %14s %14s\n' program "mean (s)" "sd (s)" "/ raw walk" \
     "user+sys (s)" "cpu us/record"
 for name in "raw walk" ipmisel-collect ipmi-sel ipmitool; do
     mean=$(hf_field "$csv" "$name" mean)
-    cpu=$(calc "$(hf_field "$csv" "$name" user) + $(hf_field "$csv" "$name" system)")
+    cpu=$(cpu "$name")
     printf '%-16s %10.3f %10.3f %12.2f %14.3f %14.1f\n' "$name" "$mean" \
         "$(hf_field "$csv" "$name" stddev)" "$(calc "$mean / $raw")" "$cpu" \
         "$(calc "$cpu * 1000000 / $records")"
@@ -80,4 +81,6 @@ done
 echo
 printf 'P1 ratio (ipmisel-collect / raw walk, mean wall time): %.2f\n' \
     "$(calc "$(hf_field "$csv" ipmisel-collect mean) / $raw")"
+printf 'CPU time (user+sys) ratio, ipmisel-collect / raw walk: %.2f\n' \
+    "$(calc "$(cpu ipmisel-collect) / $(cpu "raw walk")")"
 echo "hyperfine's results: $out/p1.json"

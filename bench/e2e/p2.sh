@@ -67,12 +67,13 @@ echo
 run_hyperfine "$out/p2.json" "$runs" ipmisel-collect "$(ours /dev/null)" ipmiutil "$peer"
 
 csv=$out/p2.csv
+cpu() { calc "$(hf_field "$csv" "$1" user) + $(hf_field "$csv" "$1" system)"; }
 echo
 printf '%-16s %10s %10s %14s %14s %14s\n' program "mean (s)" "sd (s)" "user+sys (s)" \
     "cpu us/record" "peak RSS (MiB)"
 for name in ipmisel-collect ipmiutil; do
     case $name in ipmisel-collect) rss=$work/ours.rss ;; *) rss=$work/peer.rss ;; esac
-    cpu=$(calc "$(hf_field "$csv" "$name" user) + $(hf_field "$csv" "$name" system)")
+    cpu=$(cpu "$name")
     printf '%-16s %10.3f %10.3f %14.3f %14.2f %14.1f\n' "$name" \
         "$(hf_field "$csv" "$name" mean)" "$(hf_field "$csv" "$name" stddev)" "$cpu" \
         "$(calc "$cpu * 1000000 / $records")" "$(calc "$(cat "$rss") / 1024")"
@@ -80,5 +81,7 @@ done
 echo
 printf 'P2 ratio (ipmisel-collect / ipmiutil, mean wall time): %.2f\n' \
     "$(calc "$(hf_field "$csv" ipmisel-collect mean) / $(hf_field "$csv" ipmiutil mean)")"
+printf 'CPU time (user+sys) ratio, ipmisel-collect / ipmiutil: %.2f\n' \
+    "$(calc "$(cpu ipmisel-collect) / $(cpu ipmiutil)")"
 printf 'ipmisel-collect peak resident memory: %d KiB\n' "$(cat "$work/ours.rss")"
 echo "hyperfine's results: $out/p2.json"
