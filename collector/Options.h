@@ -20,6 +20,7 @@ enum ExitCode : int {
     kExitOutput = 5,   // --out or --log cannot be written
     kExitTransport =
         6, // a BMC could not be reached or stopped answering (or no transport in this build)
+    kExitSomeServers = 7, // a fleet: some servers failed, the others were collected
 };
 
 enum class Format { Jsonl, Table, Csv };
@@ -31,6 +32,13 @@ const std::vector<std::string>& knownClasses();
 struct BmcHost {
     std::string host;
     uint16_t port = 623;
+};
+
+// One collection: the BMC nodes of one server over the LAN, or a scenario.
+struct Server {
+    std::string name;           // how its output and errors are tagged
+    std::vector<BmcHost> nodes; // LAN nodes, node 1 first; empty for a scenario
+    std::string simFile;        // the scenario when there are no nodes
 };
 
 struct Options {
@@ -57,7 +65,19 @@ struct Options {
     std::optional<int> retries;        // packets sent again within that time
     std::optional<std::string> recordFile;
 
+    // Several servers. A --host value with a range ("bmc[1-4]") names one
+    // server per host it expands to, the i-th server taking the i-th host of
+    // every --host; `hosts` then holds all their nodes and `hostServers` the
+    // servers.
+    std::optional<std::string> hostsFile; // "-": standard input
+    std::optional<int> fanout;            // servers collected at once
+    std::vector<Server> hostServers;
+
     bool wantsRealBmc() const { return inband || !hosts.empty(); }
+    // Collected as a fleet, each server in a child process of its own, every
+    // output line tagged with its server: a hosts file, a range in --host, or
+    // --fanout given.
+    bool isFleet() const { return hostsFile || fanout || !hostServers.empty(); }
     // The classes to request: the given ones or every known class.
     std::vector<std::string> effectiveClasses() const;
 };
@@ -74,6 +94,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& args);
 // with several colons is taken as IPv6 without a port.
 std::optional<BmcHost> parseHost(const std::string& text, std::string* error);
 
+// The --help text, generated from the same option definitions the parser uses.
 std::string usageText(const std::string& program);
 
 } // namespace ipmisel::collector
