@@ -1,0 +1,84 @@
+// The message file is opened, read whole and closed; a lookup never keeps a
+// descriptor. A plug-in that stays loaded in the framework for months asks
+// for keys the file does not hold all the time (unknown OEM codes), so a
+// descriptor lost on any path would end in "too many open files".
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/mapping/MappingTestSupport.h"
+#include "tests/resources/Resources.h"
+
+namespace ipmisel::resources {
+namespace {
+
+constexpr const char* kProbe = "resources-probe";
+
+TEST(Descriptors, AHundredThousandMissesWhileTheFileIsRewrittenReplacedAndRemoved) {
+    test::MappingHost host(test::shippedMessageFile());
+    const std::string file = host.folder + "/ipmisel.INI";
+    const std::string withProbe = test::shippedMessageFile() + kProbe + "=probe text\n";
+    const size_t before = openDescriptors();
+
+    // Every change comes right before a run of lookups, so the first of them
+    // read the file again (a file changed this recently is not trusted to
+    // show a further change in its times) and take each way out of the read.
+    struct Step {
+        const char* what;
+        std::function<void()> change;
+        bool readable;   // the lookups reach a file
+        bool probeFound; // the probe key is in it
+    };
+    const std::vector<Step> steps = {
+        {"the file as shipped", [] {}, true, false},
+        {"rewritten in place with one more line",
+         [&] { std::ofstream(file, std::ios::binary | std::ios::trunc) << withProbe; }, true, true},
+        {"replaced by renaming another file over it",
+         [&] {
+             std::ofstream(file + ".new", std::ios::binary) << test::shippedMessageFile();
+             std::filesystem::rename(file + ".new", file);
+         },
+         true, false},
+        {"removed", [&] { std::filesystem::remove(file); }, false, false},
+        {"a folder in its place", [&] { std::filesystem::create_directory(file); }, false, false},
+        {"written again",
+         [&] {
+             std::filesystem::remove(file);
+             std::ofstream(file, std::ios::binary) << withProbe;
+         },
+         true, true},
+    };
+    constexpr int kLookups = 100'000;
+    const int perStep = kLookups / static_cast<int>(steps.size()) + 1;
+    int n = 0;
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        step.change();
+        for (int i = 0; i < perStep && n < kLookups; ++i, ++n) {
+            // A key no line holds, a new one each time.
+            int result = 0;
+            const std::string text = host.lookup("absent-" + std::to_string(n), &result);
+            if (result != 1 || !text.empty()) {
+                FAIL() << "lookup " << n << " gave " << result << " \"" << text << "\"";
+            }
+        }
+        // The lookups saw the change: a fresh scan's answer, not a stale copy.
+        host.capture.clear();
+        int result = 0;
+        EXPECT_EQ(host.lookup(kProbe, &result), step.probeFound ? "probe text" : "");
+        EXPECT_EQ(result, step.probeFound ? 0 : 1);
+        EXPECT_EQ(host.capture.hasLog(1, "Can't open ipmisel INI file."), !step.readable);
+        EXPECT_EQ(openDescriptors(), before) << "after " << n << " lookups";
+        host.capture.clear();
+    }
+    EXPECT_EQ(n, kLookups);
+}
+
+} // namespace
+} // namespace ipmisel::resources
