@@ -52,6 +52,7 @@ NodeSetup parseNode(const ValueReader& values, const json& v, const std::string&
     f.text("name", node.name);
     f.bytes("deviceId", node.deviceId);
     f.num("fruMaxReadCount", node.fruMaxReadCount, 1, 255);
+    f.num("latencyMs", node.latencyMs, 0, 10000);
     static const std::pair<const char*, Section> sections[] = {
         {"sel", parseSel},       {"sdr", parseSdr},
         {"fru", parseFru},       {"auxlog", parseAuxLog},

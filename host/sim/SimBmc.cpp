@@ -5,9 +5,11 @@
 #include "host/sim/SimBmc.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <thread>
 
 #include "host/sim/Builders.h"
 
@@ -146,6 +148,9 @@ uint32_t SimBmc::requestCount(uint8_t netfn, uint8_t cmd) const {
 }
 
 host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
+    if (setup_.latencyMs != 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(setup_.latencyMs));
+    }
     received_.push_back(request);
     ++seen_[{request.netfn, request.cmd}];
 

@@ -91,6 +91,9 @@ struct NodeSetup {
     // FRU devices: id -> inventory bytes
     std::map<uint8_t, std::vector<uint8_t>> fru;
     uint32_t fruMaxReadCount = 255;
+    // Every answer comes this many milliseconds after its request, as from a
+    // BMC on a LAN; 0 answers at once.
+    uint32_t latencyMs = 0;
     // Auxiliary debug log
     std::vector<AuxEntry> auxLog;
     // Whether the controller keeps an auxiliary log at all; without one the
