@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 namespace ipmisel::collector {
 
@@ -310,21 +312,101 @@ std::vector<std::string> partBlock(const host::Instance& instance, std::string_v
 
 // ---- jsonl -----------------------------------------------------------------------
 
-void JsonlWriter::write(const host::Instance& instance) {
-    nlohmann::ordered_json props = nlohmann::ordered_json::object();
-    for (const host::Property& p : instance.properties) {
-        if (p.kind == host::PropertyKind::Bytes) {
-            props[p.name] = p.bytes; // numbers, not a string
-        } else {
-            props[p.name] = p.text;
+namespace {
+
+// Whether the streaming writer gives a text the same bytes as the JSON
+// library that defines our output: plain ASCII whose only control characters
+// have a short escape (\b \t \n \f \r). Anything else (8-bit BMC text that
+// may not be UTF-8, other control characters) is rare and goes through the
+// library itself, which replaces invalid UTF-8 by U+FFFD and escapes control
+// characters its own way.
+bool plainText(std::string_view text) {
+    for (char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (c >= 0x80 ||
+            (c < 0x20 && c != '\b' && c != '\t' && c != '\n' && c != '\f' && c != '\r')) {
+            return false;
         }
     }
-    nlohmann::ordered_json line = nlohmann::ordered_json::object();
-    line["class"] = instance.className;
-    line["properties"] = std::move(props);
-    // BMC texts are 8-bit and need not be UTF-8: replace what is not rather
-    // than lose the whole record to an exception.
-    out_ << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    return true;
+}
+
+// The first property of this name holds its place, the last one its value:
+// what an ordered JSON object does with a name given twice.
+const host::Property* lastNamed(const std::vector<host::Property>& props, size_t i) {
+    const host::Property* last = &props[i];
+    for (size_t j = i + 1; j < props.size(); ++j) {
+        if (props[j].name == props[i].name) {
+            last = &props[j];
+        }
+    }
+    return last;
+}
+
+bool namedBefore(const std::vector<host::Property>& props, size_t i) {
+    for (size_t j = 0; j < i; ++j) {
+        if (props[j].name == props[i].name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+struct JsonlWriter::Line {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> json{buffer};
+    std::string odd; // a text the JSON library writes
+
+    void text(std::string_view s, bool key) {
+        if (plainText(s)) {
+            const auto n = static_cast<rapidjson::SizeType>(s.size());
+            key ? json.Key(s.data(), n) : json.String(s.data(), n);
+            return;
+        }
+        // BMC texts are 8-bit and need not be UTF-8: replace what is not
+        // rather than lose the whole record.
+        odd = nlohmann::json(std::string(s))
+                  .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        json.RawValue(odd.data(), odd.size(), rapidjson::kStringType);
+    }
+};
+
+JsonlWriter::JsonlWriter(std::ostream& out) : out_(out), line_(std::make_unique<Line>()) {}
+
+JsonlWriter::~JsonlWriter() = default;
+
+void JsonlWriter::write(const host::Instance& instance) {
+    Line& l = *line_;
+    l.buffer.Clear();
+    l.json.Reset(l.buffer);
+    l.json.StartObject();
+    l.json.Key("class", 5);
+    l.text(instance.className, false);
+    l.json.Key("properties", 10);
+    l.json.StartObject();
+    const auto& props = instance.properties;
+    for (size_t i = 0; i < props.size(); ++i) {
+        if (namedBefore(props, i)) {
+            continue;
+        }
+        l.text(props[i].name, true);
+        const host::Property& p = *lastNamed(props, i);
+        if (p.kind == host::PropertyKind::Bytes) {
+            l.json.StartArray(); // numbers, not a string
+            for (uint8_t b : p.bytes) {
+                l.json.Uint(b);
+            }
+            l.json.EndArray();
+        } else {
+            l.text(p.text, false);
+        }
+    }
+    l.json.EndObject();
+    l.json.EndObject();
+    l.buffer.Put('\n');
+    out_.write(l.buffer.GetString(), static_cast<std::streamsize>(l.buffer.GetSize()));
 }
 
 // ---- table -----------------------------------------------------------------------

@@ -28,13 +28,18 @@ class InstanceWriter {
 // Terminal columns for the table; the others ignore it.
 std::unique_ptr<InstanceWriter> makeWriter(Format format, std::ostream& out, size_t width = 120);
 
+// Each line is written straight from the instance by a streaming JSON writer
+// into one reused buffer: no document is built per line.
 class JsonlWriter : public InstanceWriter {
   public:
-    explicit JsonlWriter(std::ostream& out) : out_(out) {}
+    explicit JsonlWriter(std::ostream& out);
+    ~JsonlWriter() override;
     void write(const host::Instance& instance) override;
 
   private:
+    struct Line;
     std::ostream& out_;
+    std::unique_ptr<Line> line_;
 };
 
 // The log records in fixed columns (node, record ID, time stamp, sensor type,

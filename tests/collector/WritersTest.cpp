@@ -73,6 +73,35 @@ TEST(Jsonl, OneObjectPerInstanceInPluginOrder) {
                          "\n");
 }
 
+TEST(Jsonl, TextsKeepTheirBytesAndEscapesThroughEitherWritingPath) {
+    // Plain ASCII and the short escapes go one way, control characters and
+    // 8-bit texts another; both must give the bytes our users already parse.
+    const std::pair<const char*, const char*> cases[] = {
+        {"tab\there\\ \b\f\r/", R"("tab\there\\ \b\f\r/")"},
+        {"bell\x07 del\x7f", "\"bell\\u0007 del\x7f\""},
+        {"us\x1f", R"("us\u001f")"},
+        {"caf\xC3\xA9 \xE2\x82\xAC", "\"caf\xC3\xA9 \xE2\x82\xAC\""},
+        // Invalid UTF-8: one U+FFFD per broken sequence, and a byte that
+        // broke a sequence is read again on its own.
+        {"a\xC3(", "\"a\xEF\xBF\xBD(\""},
+        {"cut \xE2\x82", "\"cut \xEF\xBF\xBD\""},
+        {"\xC0\xAF", "\"\xEF\xBF\xBD\xEF\xBF\xBD\""},
+    };
+    for (const auto& [value, json] : cases) {
+        std::ostringstream out;
+        JsonlWriter(out).write(Instance{"C", {text("T", value)}});
+        EXPECT_EQ(out.str(), std::string(R"({"class":"C","properties":{"T":)") + json + "}}\n")
+            << value;
+    }
+    // A name given twice keeps its first place and takes its last value, and
+    // an odd name is written like an odd value.
+    std::ostringstream out;
+    JsonlWriter(out).write(
+        Instance{"C", {text("A", "1"), bytes("B", {2}), text("A", "3"), text("\x01", "4")}});
+    EXPECT_EQ(out.str(), R"({"class":"C","properties":{"A":"3","B":[2],"\u0001":"4"}})"
+                         "\n");
+}
+
 TEST(Table, LogRecordsAlignedAndWrappedWithinTheirColumns) {
     std::ostringstream out;
     TableWriter w(out, 120);
