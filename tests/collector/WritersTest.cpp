@@ -79,7 +79,7 @@ TEST(Jsonl, TextsKeepTheirBytesAndEscapesThroughEitherWritingPath) {
     const std::pair<const char*, const char*> cases[] = {
         {"tab\there\\ \b\f\r/", R"("tab\there\\ \b\f\r/")"},
         {"bell\x07 del\x7f", "\"bell\\u0007 del\x7f\""},
-        {"us\x1f", R"("us\u001f")"},
+        {"us \x1f and more", R"("us \u001f and more")"},
         {"caf\xC3\xA9 \xE2\x82\xAC", "\"caf\xC3\xA9 \xE2\x82\xAC\""},
         // Invalid UTF-8: one U+FFFD per broken sequence, and a byte that
         // broke a sequence is read again on its own.
