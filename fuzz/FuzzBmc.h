@@ -68,4 +68,24 @@ class SeedRecorder : public host::Transport {
     std::vector<uint8_t>& out_;
 };
 
+// A target whose input is a two-byte header that picks the machine, then the
+// answers of its BMCs. Such a target defines kAnswerTarget and links
+// FuzzBmc.cpp, which holds its libFuzzer entry points.
+struct AnswerTarget {
+    // Sets the host up for the header; returns how many nodes there are (they
+    // all read the one answer stream, in the order they ask).
+    size_t (*prepare)(const uint8_t* header);
+    // What is under test, on the nodes prepared.
+    void (*run)(const uint8_t* header);
+    // Seeds: for each scenario node, one per header {i, seedFlags} with i
+    // below seedChoices, named "<scenario>-<node>-<seedLabel><i>"; the node
+    // alone on the machine, its answers after the header.
+    const char* seedLabel;
+    uint8_t seedChoices;
+    uint8_t seedFlags;
+};
+constexpr size_t kAnswerHeaderSize = 2;
+
+extern const AnswerTarget kAnswerTarget;
+
 } // namespace ipmisel::fuzz

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -55,11 +56,23 @@ void Configure() {
     host::configure(std::move(config));
 }
 
+void RemoveFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(MessageFolder(), ignored);
+}
+
 } // namespace
 
 const std::string& MessageFolder() {
     static const std::string folder = MakeFolder();
+    // Registered once the string is made, so the handler runs before the
+    // string is destroyed. A crash leaves the folder behind.
+    [[maybe_unused]] static const int removed = std::atexit(RemoveFolder);
     return folder;
+}
+
+std::string MessageFilePath() {
+    return MessageFolder() + "/ipmisel.INI";
 }
 
 const std::string& BundledMessageFile() {
@@ -77,7 +90,7 @@ const std::string& BundledMessageFile() {
 }
 
 void WriteMessageFile(const std::string& contents) {
-    std::ofstream out(MessageFolder() + "/ipmisel.INI", std::ios::binary | std::ios::trunc);
+    std::ofstream out(MessageFilePath(), std::ios::binary | std::ios::trunc);
     out << contents;
 }
 

@@ -17,9 +17,12 @@ namespace ipmisel::fuzz {
 // plug-in path, the sinks and an empty node list.
 void SetUpHost();
 
-// The private folder holding "ipmisel.INI"; the host's plug-in path is
-// "<folder>/ipmisel.so".
+// The private folder holding "ipmisel.INI", made on first use and removed
+// when the process exits; the host's plug-in path is "<folder>/ipmisel.so".
 const std::string& MessageFolder();
+
+// "<MessageFolder()>/ipmisel.INI", the file the plug-in reads its texts from.
+std::string MessageFilePath();
 
 // The bundled message file's contents (read once).
 const std::string& BundledMessageFile();

@@ -1,5 +1,6 @@
 #include "fuzz/FuzzSeeds.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -55,11 +56,13 @@ std::string SeedFolder() {
     return folder && *folder ? folder : "";
 }
 
-void WriteSeedsAndExitWhenAsked(void (*writeSeeds)()) {
+int StartTarget(void (*writeSeeds)()) {
+    SetUpHost();
     if (!SeedFolder().empty()) {
         writeSeeds();
         std::exit(0);
     }
+    return 0;
 }
 
 void WriteSeed(const std::string& name, const std::vector<uint8_t>& bytes) {
@@ -67,6 +70,13 @@ void WriteSeed(const std::string& name, const std::vector<uint8_t>& bytes) {
     std::ofstream out(SeedFolder() + "/" + name, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(bytes.data()),
               static_cast<std::streamsize>(bytes.size()));
+}
+
+void WriteSeedsInRuns(const std::string& tag, size_t total, size_t per,
+                      const std::function<std::vector<uint8_t>(size_t, size_t)>& make) {
+    for (size_t from = 0; from == 0 || from < total; from += per) {
+        WriteSeed(tag + "-" + std::to_string(from / per), make(from, std::min(per, total - from)));
+    }
 }
 
 std::vector<std::string> SeedScenarioFiles() {

@@ -37,12 +37,19 @@ class SeedWriter {
 // The folder seeds go to, or empty when not generating.
 std::string SeedFolder();
 
-// Every target's start: when seeds are asked for, write them with
-// `writeSeeds` and exit; otherwise return to fuzzing.
-void WriteSeedsAndExitWhenAsked(void (*writeSeeds)());
+// Every target's LLVMFuzzerInitialize: sets the host up, then, when seeds
+// are asked for, writes them with `writeSeeds` and exits; otherwise returns
+// 0 to go on fuzzing.
+int StartTarget(void (*writeSeeds)());
 
 // Writes one seed file named `<name>` into the seed folder.
 void WriteSeed(const std::string& name, const std::vector<uint8_t>& bytes);
+
+// Splits `total` items into runs of at most `per` (one empty run when there
+// are none) and writes what `make(from, count)` lays out for each run as
+// "<tag>-<run index>".
+void WriteSeedsInRuns(const std::string& tag, size_t total, size_t per,
+                      const std::function<std::vector<uint8_t>(size_t from, size_t count)>& make);
 
 // The scenario files seeds come from.
 std::vector<std::string> SeedScenarioFiles();

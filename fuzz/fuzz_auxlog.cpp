@@ -28,8 +28,7 @@ void WriteSeeds() {
             for (size_t r = 0; r < a.sel.size(); ++r) {
                 sel[r].ScanSELDataFile(a.sel[r].text, 0);
             }
-            for (size_t from = 0; from == 0 || from < a.aux.size(); from += 6) {
-                const size_t n = std::min<size_t>(6, a.aux.size() - from);
+            fuzz::WriteSeedsInRuns(tag, a.aux.size(), 6, [&](size_t from, size_t n) {
                 fuzz::SeedWriter w;
                 w.Range(0, 6, n);
                 std::vector<const IPMISELEntry*> owners;
@@ -50,17 +49,15 @@ void WriteSeeds() {
                         w.Bool(false);
                     }
                 }
-                fuzz::WriteSeed(tag + "-" + std::to_string(from / 6), w.Finish());
-            }
+                return w.Finish();
+            });
         });
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::SetUpHost();
-    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
-    return 0;
+    return fuzz::StartTarget(WriteSeeds);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -50,9 +50,11 @@ time_t FixedClock() {
     return 1718096400;
 }
 
-void SetUpPlatform(size_t platform, size_t nodes) {
+// The header: the platform, then one node or two.
+size_t SetUpPlatform(const uint8_t* header) {
+    const size_t nodes = 1 + header[1] % 2;
     fuzz::SetUpHost();
-    std::string json = kPlatforms[platform];
+    std::string json = kPlatforms[header[0] % kPlatformCount];
     json.pop_back();
     json += R"(, "nodes": [{})";
     for (size_t i = 1; i < nodes; ++i) {
@@ -60,9 +62,10 @@ void SetUpPlatform(size_t platform, size_t nodes) {
     }
     json += "]}";
     sim::applyScenario(sim::parseScenario(json, "platform"), host::config());
+    return nodes;
 }
 
-void Collect() {
+void Collect(const uint8_t*) {
     ResetDriverState();
     g_clock = FixedClock;
     PluginInitialize(host::hostCallbacks());
@@ -71,43 +74,7 @@ void Collect() {
     PluginTerminate();
 }
 
-// Seeds: one node of each scenario behind a recorder that writes its answers
-// in the input's form, collected on each platform.
-void WriteSeeds() {
-    fuzz::ForEachSeedNode(
-        [](const std::string& tag, const sim::Scenario&, size_t node, NOXAQSV20::SPLibrary*) {
-            auto bmc = host::config().nodes.at(node);
-            for (size_t p = 0; p < kPlatformCount; ++p) {
-                std::vector<uint8_t> seed = {static_cast<uint8_t>(p), 0};
-                SetUpPlatform(p, 1);
-                host::config().nodes = {std::make_shared<fuzz::SeedRecorder>(bmc, seed)};
-                Collect();
-                fuzz::WriteSeed(tag + "-p" + std::to_string(p), seed);
-            }
-        });
-}
-
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::SetUpHost();
-    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 2) {
-        return 0;
-    }
-    const size_t platform = data[0] % kPlatformCount;
-    const size_t nodes = 1 + data[1] % 2;
-    SetUpPlatform(platform, nodes);
-    fuzz::AnswerStream stream{data + 2, size - 2, 0};
-    std::vector<std::shared_ptr<host::Transport>> bmcs;
-    for (size_t i = 0; i < nodes; ++i) {
-        bmcs.push_back(std::make_shared<fuzz::FuzzedBmc>(stream));
-    }
-    host::config().nodes = bmcs;
-    Collect();
-    return 0;
-}
+// Seeds: one node of each scenario collected on each platform.
+const fuzz::AnswerTarget fuzz::kAnswerTarget{SetUpPlatform, Collect, "p", kPlatformCount, 0};

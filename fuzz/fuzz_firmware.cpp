@@ -18,8 +18,9 @@ using namespace ipmisel;
 
 namespace {
 
-void Collect(uint8_t rowByte, uint8_t flags) {
-    const int rowIndex = rowByte % (firmware::kBMCMachineTypeCount + 1);
+void Collect(const uint8_t* header) {
+    const uint8_t flags = header[1];
+    const int rowIndex = header[0] % (firmware::kBMCMachineTypeCount + 1);
     const firmware::BMCMachineType* row =
         rowIndex < firmware::kBMCMachineTypeCount ? &firmware::kBMCMachineTypes[rowIndex] : nullptr;
     std::vector<uint8_t> cpld, fpga;
@@ -44,35 +45,13 @@ void Collect(uint8_t rowByte, uint8_t flags) {
     }
 }
 
-// Seeds: each scenario node's answers on every machine-type row.
-void WriteSeeds() {
-    fuzz::ForEachSeedNode(
-        [](const std::string& tag, const sim::Scenario&, size_t node, NOXAQSV20::SPLibrary*) {
-            auto bmc = host::config().nodes.at(node);
-            for (int row = 0; row <= firmware::kBMCMachineTypeCount; ++row) {
-                std::vector<uint8_t> seed = {static_cast<uint8_t>(row), 0x07};
-                fuzz::SetUpHost();
-                host::config().nodes = {std::make_shared<fuzz::SeedRecorder>(bmc, seed)};
-                Collect(seed[0], seed[1]);
-                fuzz::WriteSeed(tag + "-row" + std::to_string(row), seed);
-            }
-        });
+size_t OneNode(const uint8_t*) {
+    fuzz::SetUpHost();
+    return 1;
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::SetUpHost();
-    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 2) {
-        return 0;
-    }
-    fuzz::AnswerStream stream{data + 2, size - 2, 0};
-    host::config().nodes = {std::make_shared<fuzz::FuzzedBmc>(stream)};
-    Collect(data[0], data[1]);
-    return 0;
-}
+// Seeds: each scenario node's answers on every machine-type row.
+const fuzz::AnswerTarget fuzz::kAnswerTarget{OneNode, Collect, "row",
+                                             firmware::kBMCMachineTypeCount + 1, 0x07};

@@ -105,9 +105,7 @@ void WriteSeeds() {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::SetUpHost();
-    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
-    return 0;
+    return fuzz::StartTarget(WriteSeeds);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

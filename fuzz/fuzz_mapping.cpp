@@ -24,15 +24,11 @@ using namespace ipmisel;
 
 namespace {
 
-std::string MessagePath() {
-    return fuzz::MessageFolder() + "/ipmisel.INI";
-}
-
 // The lookup as a scan from the top: the first fgets piece holding the key,
 // at most `size` characters after its first '=', then CR LF or else the last
 // character dropped.
 message::Lookup Reference(const std::string& key, std::vector<char>& out, int32_t size) {
-    FILE* f = std::fopen(MessagePath().c_str(), "rb");
+    FILE* f = std::fopen(fuzz::MessageFilePath().c_str(), "rb");
     if (!f) {
         return message::Lookup::OpenFailed;
     }
@@ -117,7 +113,7 @@ void CheckLookups(FuzzedDataProvider& in, const std::string& contents) {
         // Exactly `size` bytes, so a write past them is seen.
         std::vector<char> got(size > 0 ? static_cast<size_t>(size) : 1, '\0');
         std::vector<char> want(got.size(), '\0');
-        message::Lookup g = message::Find(MessagePath(), key, got.data(), size);
+        message::Lookup g = message::Find(fuzz::MessageFilePath(), key, got.data(), size);
         message::Lookup w = Reference(key, want, size);
         if (g != w || (g == message::Lookup::Found && size > 0 && got != want)) {
             std::fprintf(stderr, "lookup of \"%s\" size %d: %d \"%s\", a scan gives %d \"%s\"\n",
@@ -226,9 +222,7 @@ void WriteSeeds() {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::SetUpHost();
-    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
-    return 0;
+    return fuzz::StartTarget(WriteSeeds);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -22,43 +22,31 @@ void WriteSeeds() {
     fuzz::ForEachSeedNode(
         [](const std::string& tag, const sim::Scenario&, size_t, NOXAQSV20::SPLibrary* library) {
             const fuzz::NodeAnswers a = fuzz::ReadNode(library);
-            for (size_t from = 0; from == 0 || from < a.sdr.size(); from += 8) {
-                const size_t n = std::min<size_t>(8, a.sdr.size() - from);
-                fuzz::SeedWriter w;
-                w.Range(0, 2, 0);
-                w.Bytes(a.sdrInfo, SDRInfoTextSize);
-                w.Range(0, 8, n);
-                for (size_t i = from; i < from + n; ++i) {
-                    for (auto [at, width] : {std::pair{0, 64}, {64, 96}, {160, 64}}) {
-                        w.Range(0, 2, 0);
-                        w.Bytes(a.sdr[i].text + at, static_cast<size_t>(width));
-                    }
+            fuzz::WriteSeedsInRuns(tag, a.sdr.size(), 8, [&](size_t from, size_t count) {
+                std::vector<const SDRTextBlock*> blocks;
+                for (size_t i = from; i < from + count; ++i) {
+                    blocks.push_back(&a.sdr[i]);
                 }
+                fuzz::SeedWriter w;
+                fuzz::SeedRepository(w, a.sdrInfo, blocks, 8);
                 w.Bool(false);
-                fuzz::WriteSeed(tag + "-" + std::to_string(from / 8), w.Finish());
-            }
+                return w.Finish();
+            });
         });
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::SetUpHost();
-    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
-    return 0;
+    return fuzz::StartTarget(WriteSeeds);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider in(data, size);
 
     char info[SDRInfoTextSize];
-    fuzz::FillSlot(info, sizeof info, in);
-    std::vector<SDRTextBlock> blocks(in.ConsumeIntegralInRange<size_t>(0, 8));
-    for (SDRTextBlock& b : blocks) {
-        fuzz::FillSlot(b.text, 64, in);
-        fuzz::FillSlot(b.text + 64, 96, in);
-        fuzz::FillSlot(b.text + 160, 64, in);
-    }
+    std::vector<SDRTextBlock> blocks;
+    fuzz::FillRepository(info, blocks, 8, in);
 
     // One entry reused for every block, as a caller that ignores failures would.
     {

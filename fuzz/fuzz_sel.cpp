@@ -24,81 +24,46 @@ namespace {
 
 constexpr size_t kSlotWidth = 58;
 
-// A caller's buffer of exactly `size` bytes.
-struct Out {
-    explicit Out(uint32_t n) : size(n), data(new char[n == 0 ? 1 : n]) {}
-    uint32_t size;
-    std::unique_ptr<char[]> data;
-    char* get() { return size == 0 ? nullptr : data.get(); }
-};
+// A caller's buffer of exactly `size` bytes, handed to `call(buffer, size)`.
+template <typename Call> void IntoExactly(uint32_t size, Call call) {
+    std::unique_ptr<char[]> data(new char[size == 0 ? 1 : size]);
+    call(size == 0 ? nullptr : data.get(), size);
+}
 
 void Decode(IPMISELEntry& rec, const SDRCache& cache, FuzzedDataProvider& in) {
     IPMIMapping mapping;
     TCPluginCallbacks* cb = host::hostCallbacks();
     const uint32_t sizes[2] = {512, in.ConsumeIntegralInRange<uint32_t>(1, 600)};
+    const IPMISDREntry* sdr = FindSDR(cache, rec.SensorNumber());
+    const SensorConversion conversion = sdr ? sdr->Conversion() : SensorConversion{};
+    const std::string name = sdr ? sdr->IDString : "";
     for (uint32_t size : sizes) {
-        {
-            Out o(size);
-            rec.GetRecordID(o.get(), o.size);
-        }
-        {
-            Out o(size);
-            rec.GetGeneratorID(mapping, cb, o.get(), o.size);
-        }
-        {
-            Out o(size);
-            rec.CopySensorType(mapping, cb, o.get(), o.size);
-        }
-        {
-            Out o(size);
-            rec.GetEventType(o.get(), o.size);
-        }
-        {
-            Out o(size);
-            const IPMISDREntry* sdr = FindSDR(cache, rec.SensorNumber());
-            if (sdr) {
-                rec.GetEventData(mapping, cb, o.get(), o.size, sdr->Conversion(),
-                                 std::string(sdr->IDString));
-            } else {
-                rec.GetEventData(mapping, cb, o.get(), o.size, SensorConversion{}, "");
-            }
-        }
-        {
-            Out o(size);
-            rec.CopyRawDataString(o.get(), o.size);
-        }
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetRecordID(o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetGeneratorID(mapping, cb, o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.CopySensorType(mapping, cb, o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetEventType(o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) {
+            rec.GetEventData(mapping, cb, o, n, conversion, name);
+        });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.CopyRawDataString(o, n); });
         {
             std::vector<uint8_t> raw(size);
             rec.CopyRawDataHex(raw.data(), size);
         }
-        {
-            Out o(size);
-            rec.GetShutDownEvent(o.get(), o.size);
-        }
-        {
-            Out o(size);
-            rec.GetOEMxC0(mapping, cb, o.get(), o.size);
-        }
-        {
-            Out o(size);
-            rec.GetOEMxC1(mapping, cb, o.get(), o.size);
-        }
-        {
-            Out o(size);
-            rec.GetOEMxE0(mapping, cb, o.get(), o.size);
-        }
-        {
-            Out o(size);
-            rec.GetOEMxE1(mapping, cb, o.get(), o.size);
-        }
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetShutDownEvent(o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetOEMxC0(mapping, cb, o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetOEMxC1(mapping, cb, o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetOEMxE0(mapping, cb, o, n); });
+        IntoExactly(size, [&](char* o, uint32_t n) { rec.GetOEMxE1(mapping, cb, o, n); });
         for (StampSource source : {StampSource::Record, StampSource::Embedded}) {
-            Out o(size < 64 ? size : 64);
             NOXAQSV20::TCIMDateTime diff;
             diff.Set(in.ConsumeIntegralInRange<uint32_t>(0, 20000),
                      in.ConsumeIntegralInRange<uint16_t>(0, 23),
                      in.ConsumeIntegralInRange<uint16_t>(0, 59),
                      in.ConsumeIntegralInRange<uint16_t>(0, 59), 0);
-            rec.GetTimestamp(o.get(), o.size, diff, in.ConsumeBool(), in.ConsumeBool(), source);
+            IntoExactly(size < 64 ? size : 64, [&](char* o, uint32_t n) {
+                rec.GetTimestamp(o, n, diff, in.ConsumeBool(), in.ConsumeBool(), source);
+            });
         }
     }
 }
@@ -131,20 +96,15 @@ void WriteSeeds() {
                     picked.push_back(i);
                 }
             }
-            fuzz::SeedWriter w;
-            w.Range(0, 2, 0);
-            w.Bytes(a.sdrInfo, SDRInfoTextSize);
-            w.Range(0, 4, picked.size());
+            std::vector<const SDRTextBlock*> blocks;
             for (size_t i : picked) {
-                for (auto [at, width] : {std::pair{0, 64}, {64, 96}, {160, 64}}) {
-                    w.Range(0, 2, 0);
-                    w.Bytes(a.sdr[i].text + at, static_cast<size_t>(width));
-                }
+                blocks.push_back(&a.sdr[i]);
             }
+            fuzz::SeedWriter w;
+            fuzz::SeedRepository(w, a.sdrInfo, blocks, 4);
             w.Bool(true);
             w.Range(1, 3, 1);
-            w.Range(0, 2, 0);
-            w.Bytes(a.sel[r].text, kSlotWidth);
+            fuzz::SeedSlot(w, a.sel[r].text, kSlotWidth);
             w.Range(1, 600, 512);
             fuzz::WriteSeed(tag + "-" + std::to_string(r), w.Finish());
         }
@@ -154,9 +114,7 @@ void WriteSeeds() {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::SetUpHost();
-    fuzz::WriteSeedsAndExitWhenAsked(WriteSeeds);
-    return 0;
+    return fuzz::StartTarget(WriteSeeds);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -166,13 +124,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     SDRCache cache;
     {
         char info[SDRInfoTextSize];
-        fuzz::FillSlot(info, sizeof info, in);
-        std::vector<SDRTextBlock> blocks(in.ConsumeIntegralInRange<size_t>(0, 4));
-        for (SDRTextBlock& b : blocks) {
-            fuzz::FillSlot(b.text, 64, in);
-            fuzz::FillSlot(b.text + 64, 96, in);
-            fuzz::FillSlot(b.text + 160, 64, in);
-        }
+        std::vector<SDRTextBlock> blocks;
+        fuzz::FillRepository(info, blocks, 4, in);
         CreateSDRCache(nullptr, cache, blocks, info);
     }
 
