@@ -11,6 +11,7 @@
 # run its own TMPDIR.
 #
 # usage: bash scripts/package-test.sh
+# shellcheck disable=SC2016 # the commands for the fresh root expand there
 set -euo pipefail
 cd "$(dirname "$0")/.."
 project=$PWD
@@ -38,9 +39,11 @@ rm -f build-package/ipmisel_*.deb
     die "cpack failed"
 }
 debs=(build-package/ipmisel_*.deb)
-[ "${#debs[@]}" = 1 ] && [ -f "${debs[0]}" ] || die "expected one build-package/ipmisel_*.deb"
+if [ "${#debs[@]}" != 1 ] || [ ! -f "${debs[0]}" ]; then
+    die "expected one build-package/ipmisel_*.deb"
+fi
 deb=${debs[0]}
-dpkg-deb --info "$deb" | sed -n '/^ Package:/,$p'
+dpkg-deb -f "$deb"
 name="ipmisel_$(dpkg-deb -f "$deb" Version)_$(dpkg-deb -f "$deb" Architecture).deb"
 [ "$(basename "$deb")" = "$name" ] || die "the package is $(basename "$deb"), expected $name"
 # Its dependencies come from what the binaries link; libfreeipmi is the one
