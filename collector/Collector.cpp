@@ -9,6 +9,7 @@
 #include <fstream>
 #include <memory>
 
+#include "collector/Fleet.h"
 #include "collector/LogFile.h"
 #include "collector/Progress.h"
 #include "collector/Writers.h"
@@ -511,6 +512,9 @@ int runCommandLine(const std::vector<std::string>& args, const Environment& env,
         return kExitOk;
     case Options::Action::Collect:
         break;
+    }
+    if (parsed.options.isFleet()) {
+        return runFleet(parsed.options, env, out, err);
     }
     return runCollector(parsed.options, env, out, err);
 }

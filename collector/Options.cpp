@@ -283,9 +283,7 @@ std::string applyValues(const Raw& raw, Options& o) {
         for (const Server& s : servers) {
             o.hosts.insert(o.hosts.end(), s.nodes.begin(), s.nodes.end());
         }
-        if (servers.size() > 1) {
-            o.hostServers = std::move(servers);
-        }
+        o.hostServers = std::move(servers);
     }
     if (given(raw.user)) {
         o.user = raw.user;

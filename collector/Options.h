@@ -67,8 +67,8 @@ struct Options {
 
     // Several servers. A --host value with a range ("bmc[1-4]") names one
     // server per host it expands to, the i-th server taking the i-th host of
-    // every --host; `hosts` then holds all their nodes and `hostServers` the
-    // servers.
+    // every --host. `hostServers` holds the servers the --host values name
+    // (one without a range), `hosts` all their nodes.
     std::optional<std::string> hostsFile; // "-": standard input
     std::optional<int> fanout;            // servers collected at once
     std::vector<Server> hostServers;
@@ -77,7 +77,7 @@ struct Options {
     // Collected as a fleet, each server in a child process of its own, every
     // output line tagged with its server: a hosts file, a range in --host, or
     // --fanout given.
-    bool isFleet() const { return hostsFile || fanout || !hostServers.empty(); }
+    bool isFleet() const { return hostsFile || fanout || hostServers.size() > 1; }
     // The classes to request: the given ones or every known class.
     std::vector<std::string> effectiveClasses() const;
 };
