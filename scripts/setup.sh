@@ -13,7 +13,7 @@ set -eu
 
 BUILD_PACKAGES="build-essential cmake g++ pkg-config libgtest-dev libgmock-dev \
 libbenchmark-dev nlohmann-json3-dev libfreeipmi-dev rapidjson-dev libfmt-dev \
-libcli11-dev"
+libcli11-dev file"
 # The fuzz targets build with clang and its libFuzzer runtime; the resource
 # checks run the collector under valgrind; the fleet recipe test drives the
 # collector from GNU parallel.
