@@ -181,6 +181,7 @@ TEST_F(FleetRun, CsvAndTableKeepEachServerTogether) {
             } else if (line.starts_with("Server ")) {
                 server = line.substr(7);
             } else {
+                ASSERT_FALSE(runs.empty()) << "a line before the first Server line: " << line;
                 rows[runs.back()] += line.starts_with("   1 | ");
                 continue;
             }
@@ -215,10 +216,10 @@ TEST_F(FleetRun, GnuParallelRecipeMergesByServer) {
     const std::string cd = "cd '" + dir + "' && ";
     std::string cmd = cd + "parallel --will-cite -j 2 '" + bin +
                       "' --hosts-file {} --format jsonl ::: part1.txt part2.txt"
-                      " | sort -s -t, -k1,1 > parallel.jsonl";
+                      " | LC_ALL=C sort -s -t, -k1,1 > parallel.jsonl";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     cmd = cd + "'" + bin + "' --hosts-file all.txt --format jsonl --fanout 4" +
-          " | sort -s -t, -k1,1 > one.jsonl";
+          " | LC_ALL=C sort -s -t, -k1,1 > one.jsonl";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     auto read = [&](const char* name) {
         std::ifstream in(dir + "/" + name);
