@@ -5,10 +5,6 @@
 
 namespace ipmisel::collector {
 
-std::string formatLogRecord(int severity, const std::string& text) {
-    return std::to_string(severity) + " " + text + "\n";
-}
-
 bool LogFile::open(const std::string& path, std::string* error) {
     out_.open(path, std::ios::out | std::ios::trunc | std::ios::binary);
     if (!out_) {
@@ -21,7 +17,15 @@ bool LogFile::open(const std::string& path, std::string* error) {
 }
 
 void LogFile::write(int severity, const std::string& text) {
-    out_ << formatLogRecord(severity, text);
+    // The severity digit, one space, the text as it is, a new line.
+    if (severity >= 0 && severity <= 9) {
+        out_.put(static_cast<char>('0' + severity));
+    } else {
+        out_ << severity;
+    }
+    out_.put(' ');
+    out_.write(text.data(), static_cast<std::streamsize>(text.size()));
+    out_.put('\n');
     // Errors and data-losing failures reach the disk at once, so the lines that
     // explain a crash of the plug-in are not lost with it.
     if (severity <= 1) {

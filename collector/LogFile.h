@@ -7,8 +7,6 @@
 
 namespace ipmisel::collector {
 
-std::string formatLogRecord(int severity, const std::string& text);
-
 class LogFile {
   public:
     // False (and `error` set) when the file cannot be opened for writing.

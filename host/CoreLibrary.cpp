@@ -4,7 +4,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
@@ -119,17 +118,37 @@ void TCIMDateTime::Set(uint16_t year, uint16_t month, uint32_t day, uint16_t hou
 }
 
 std::string TCIMDateTime::ToString() const {
-    char text[64];
+    // Every field is held within its slot (fit), so each takes exactly its
+    // width: digits are written straight into the fixed layout. Records carry
+    // two of these each, a full SEL over a hundred thousand.
+    std::string text(25, '0');
+    char* at = text.data();
+    auto digits = [&at](uint32_t v, int width) {
+        for (int i = width - 1; i >= 0; --i) {
+            at[i] = static_cast<char>('0' + v % 10);
+            v /= 10;
+        }
+        at += width;
+    };
     if (interval_) {
-        std::snprintf(text, sizeof text, "%08u%02u%02u%02u.%06u:000", fit(day_, 99999999),
-                      fit(hour_, 99), fit(minute_, 99), fit(second_, 99),
-                      fit(microseconds_, 999999));
+        digits(fit(day_, 99999999), 8);
+    } else {
+        digits(fit(year_, 9999), 4);
+        digits(fit(month_, 99), 2);
+        digits(fit(day_, 99), 2);
+    }
+    digits(fit(hour_, 99), 2);
+    digits(fit(minute_, 99), 2);
+    digits(fit(second_, 99), 2);
+    *at++ = '.';
+    digits(fit(microseconds_, 999999), 6);
+    if (interval_) {
+        *at++ = ':';
+        digits(0, 3);
     } else {
         const int offset = utcOffset_;
-        std::snprintf(text, sizeof text, "%04u%02u%02u%02u%02u%02u.%06u%c%03u", fit(year_, 9999),
-                      fit(month_, 99), fit(day_, 99), fit(hour_, 99), fit(minute_, 99),
-                      fit(second_, 99), fit(microseconds_, 999999), offset < 0 ? '-' : '+',
-                      fit(static_cast<uint32_t>(offset < 0 ? -offset : offset), 999));
+        *at++ = offset < 0 ? '-' : '+';
+        digits(fit(static_cast<uint32_t>(offset < 0 ? -offset : offset), 999), 3);
     }
     return text;
 }

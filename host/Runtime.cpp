@@ -29,6 +29,40 @@ class fdriIOHandle {
     ipmisel::host::Instance current;
     uint64_t opened = 0;    // fdrGetInstance calls since configure(), numbers the instances
     uint64_t committed = 0; // fdrAddInstance calls that delivered an instance
+    // The first `used` properties of `current` are the open instance's; the
+    // slots after them, and `spare`, hold properties of earlier instances,
+    // kept with their texts' storage: a SEL of 65,535 records adds a million
+    // properties, and each one reuses the buffers of one before it instead
+    // of allocating its own.
+    size_t used = 0;
+    std::vector<ipmisel::host::Property> spare;
+
+    // Empties the open instance; its property slots stay for the next one.
+    void recycle() { used = 0; }
+
+    // A property slot at the end of the open instance.
+    ipmisel::host::Property& append() {
+        auto& props = current.properties;
+        if (used == props.size()) {
+            if (spare.empty()) {
+                props.emplace_back();
+            } else {
+                props.push_back(std::move(spare.back()));
+                spare.pop_back();
+            }
+        }
+        return props[used++];
+    }
+
+    // The open instance as the sink sees it: exactly its own properties.
+    const ipmisel::host::Instance& sealed() {
+        auto& props = current.properties;
+        while (props.size() > used) {
+            spare.push_back(std::move(props.back()));
+            props.pop_back();
+        }
+        return current;
+    }
 };
 
 class TCIMValueArray {
@@ -55,6 +89,10 @@ struct State {
     // Arrays handed out and not yet deleted, so that a stray or double delete is
     // refused instead of corrupting the heap.
     std::unordered_set<TCIMValueArray*> arrays;
+    // The array last found in `arrays`: a record's bytes are added one call
+    // each to the same array.
+    TCIMValueArray* lastArray = nullptr;
+    std::string logLine; // the text fdrWriteLog hands to the sink
     // Every plug-in path answered so far; the plug-in keeps the pointer it gets.
     std::set<std::string> pathAnswers;
     // Folder descriptors kept open for paths whose folders contain "ipmisel".
@@ -76,7 +114,8 @@ void configure(Config cfg) {
     s.registered = false;
     s.record = {};
     s.output.open = false;
-    s.output.current = {};
+    s.output.recycle();
+    s.output.current.className.clear();
     s.output.opened = 0;
     s.output.committed = 0;
 }
@@ -225,22 +264,36 @@ EQSVStatusCode fdrGetPluginPath(TCPluginCallbacks* host, const char** path) {
 namespace {
 
 bool ours(fdriIOHandle* io) {
-    return io != nullptr && io == ipmisel::host::outputHandle();
+    return io != nullptr && io == &state().output;
 }
 
-// Adds a property to the open instance unless the arguments are unusable or the
-// test hook refuses it.
-EQSVStatusCode addProperty(fdriIOHandle* io, const char* name, ipmisel::host::Property property) {
+// Whether a property may be added to the open instance: usable arguments,
+// and the test hook does not refuse it.
+bool canAdd(fdriIOHandle* io, const char* name) {
     if (!ours(io) || name == nullptr || !io->open) {
-        return QSV_ERROR;
+        return false;
     }
-    property.name = name;
-    const auto& hook = config().failProperty;
-    if (hook && hook(io->opened - 1, property.name)) {
-        return QSV_ERROR;
+    const auto& hook = state().config.failProperty;
+    return !hook || !hook(io->opened - 1, name);
+}
+
+ipmisel::host::Property& addProperty(fdriIOHandle* io, const char* name,
+                                     ipmisel::host::PropertyKind kind) {
+    ipmisel::host::Property& p = io->append();
+    p.name.assign(name);
+    p.kind = kind;
+    p.text.clear();
+    p.bytes.clear();
+    return p;
+}
+
+bool knownArray(TCIMValueArray* array) {
+    auto& s = state();
+    if (array == nullptr || (array != s.lastArray && !s.arrays.contains(array))) {
+        return false;
     }
-    io->current.properties.push_back(std::move(property));
-    return QSV_SUCCESS;
+    s.lastArray = array;
+    return true;
 }
 
 } // namespace
@@ -250,31 +303,27 @@ EQSVStatusCode fdrGetInstance(fdriIOHandle* io, const char* className) {
         return QSV_ERROR;
     }
     // An instance left open (abandoned by the plug-in) is dropped here.
-    io->current = ipmisel::host::Instance{};
-    io->current.className = className;
+    io->recycle();
+    io->current.className.assign(className);
     io->open = true;
     ++io->opened;
     return QSV_SUCCESS;
 }
 
 EQSVStatusCode fdrAddProperty(fdriIOHandle* io, const char* name, const char* value) {
-    if (value == nullptr) {
+    if (value == nullptr || !canAdd(io, name)) {
         return QSV_ERROR;
     }
-    ipmisel::host::Property p;
-    p.kind = ipmisel::host::PropertyKind::Text;
-    p.text = value;
-    return addProperty(io, name, std::move(p));
+    addProperty(io, name, ipmisel::host::PropertyKind::Text).text.assign(value);
+    return QSV_SUCCESS;
 }
 
 EQSVStatusCode fdrAddDateTimeProperty(fdriIOHandle* io, const char* name, TCIMDateTime* value) {
-    if (value == nullptr) {
+    if (value == nullptr || !canAdd(io, name)) {
         return QSV_ERROR;
     }
-    ipmisel::host::Property p;
-    p.kind = ipmisel::host::PropertyKind::DateTime;
-    p.text = value->ToString();
-    return addProperty(io, name, std::move(p));
+    addProperty(io, name, ipmisel::host::PropertyKind::DateTime).text = value->ToString();
+    return QSV_SUCCESS;
 }
 
 EQSVStatusCode fdrSetDateTime(TCIMDateTime* value, uint16_t year, uint16_t month, uint32_t day,
@@ -298,7 +347,7 @@ EQSVStatusCode fdrNewCIMValueArray(TCIMValueArray** array) {
 }
 
 EQSVStatusCode fdrArrayAddUint8(TCIMValueArray* array, uint8_t value) {
-    if (array == nullptr || !state().arrays.contains(array)) {
+    if (!knownArray(array)) {
         return QSV_ERROR;
     }
     array->bytes.push_back(value);
@@ -306,18 +355,21 @@ EQSVStatusCode fdrArrayAddUint8(TCIMValueArray* array, uint8_t value) {
 }
 
 EQSVStatusCode fdrAddArrayProperty(fdriIOHandle* io, const char* name, TCIMValueArray* array) {
-    if (array == nullptr || !state().arrays.contains(array)) {
+    if (!knownArray(array) || !canAdd(io, name)) {
         return QSV_ERROR;
     }
-    ipmisel::host::Property p;
-    p.kind = ipmisel::host::PropertyKind::Bytes;
-    p.bytes = array->bytes; // the array stays the plug-in's
-    return addProperty(io, name, std::move(p));
+    // A copy: the array stays the plug-in's.
+    addProperty(io, name, ipmisel::host::PropertyKind::Bytes)
+        .bytes.assign(array->bytes.begin(), array->bytes.end());
+    return QSV_SUCCESS;
 }
 
 EQSVStatusCode fdrDeleteCIMValueArray(TCIMValueArray* array) {
     if (array == nullptr || state().arrays.erase(array) == 0) {
         return QSV_ERROR;
+    }
+    if (state().lastArray == array) {
+        state().lastArray = nullptr;
     }
     delete array;
     return QSV_SUCCESS;
@@ -329,20 +381,21 @@ EQSVStatusCode fdrAddInstance(fdriIOHandle* io) {
     }
     io->open = false;
     ++io->committed;
-    ipmisel::host::Instance done = std::move(io->current);
-    io->current = {};
-    if (config().instanceSink) {
-        config().instanceSink(done);
+    if (const auto& sink = state().config.instanceSink) {
+        sink(io->sealed());
     }
+    io->recycle();
     return QSV_SUCCESS;
 }
 
 void fdrWriteLog(EQSVLogSeverity severity, const char* text) {
-    const auto& cfg = config();
-    if (static_cast<int>(severity) > cfg.logLevel || !cfg.logSink) {
+    auto& s = state();
+    if (static_cast<int>(severity) > s.config.logLevel || !s.config.logSink) {
         return;
     }
-    cfg.logSink(static_cast<int>(severity), text ? std::string(text) : std::string("(null)"));
+    // One buffer for every line: the plug-in logs several lines per record.
+    s.logLine.assign(text ? text : "(null)");
+    s.config.logSink(static_cast<int>(severity), s.logLine);
 }
 
 } // namespace NOXAQSV20

@@ -1,6 +1,7 @@
 // SEL progress worked out from the traffic, and the log file's record format.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <sstream>
 
 #include "collector/LogFile.h"
@@ -72,10 +73,18 @@ TEST(ProgressDisplay, QuietUnlessEnabledAndLongThenDrawsInPlaceAndClears) {
 }
 
 TEST(LogFile, OneRecordPerCallTextVerbatim) {
+    const std::string path = t::makeTempDir("logfile") + "/run.log";
+    LogFile log;
+    ASSERT_TRUE(log.open(path, nullptr));
     // Texts that carry their own new line or odd spacing keep it.
-    EXPECT_EQ(formatLogRecord(1, "Failed to export SEL array.\n"),
-              "1 Failed to export SEL array.\n\n");
-    EXPECT_EQ(formatLogRecord(3, "RecordSize=  12 "), "3 RecordSize=  12 \n");
+    log.write(1, "Failed to export SEL array.\n");
+    log.write(3, "RecordSize=  12 ");
+    log.write(4, "");
+    ASSERT_TRUE(log.close());
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    EXPECT_EQ(text.str(), "1 Failed to export SEL array.\n\n3 RecordSize=  12 \n4 \n");
 }
 
 } // namespace

@@ -58,6 +58,56 @@ TEST(Instances, PropertiesKeepOrderKindAndTheArrayAsAdded) {
     EXPECT_EQ(p[2].bytes, (std::vector<uint8_t>{0x00, 0x80, 0xFF}));
 }
 
+TEST(Instances, NothingOfAnEarlierInstanceCarriesOver) {
+    // Committed and abandoned instances leave their property storage behind
+    // for later ones; what a later one shows must be its own alone.
+    HostCapture host;
+    fdriIOHandle* io = ipmisel::host::outputHandle();
+    TCIMValueArray* array = nullptr;
+    ASSERT_EQ(fdrNewCIMValueArray(&array), QSV_SUCCESS);
+    auto describe = [](const ipmisel::host::Instance& instance) {
+        std::string s = instance.className;
+        for (const auto& p : instance.properties) {
+            s += " " + p.name + "=" + std::to_string(static_cast<int>(p.kind)) + "'" + p.text +
+                 "'" + std::to_string(p.bytes.size());
+        }
+        return s;
+    };
+    TCIMDateTime when;
+    ASSERT_EQ(fdrGetInstance(io, "First"), QSV_SUCCESS);
+    fdrAddProperty(io, "Text", "a text longer than any short-string buffer holds");
+    fdrAddDateTimeProperty(io, "When", &when);
+    for (uint8_t b : {1, 2, 3}) {
+        fdrArrayAddUint8(array, b);
+    }
+    fdrAddArrayProperty(io, "Raw", array);
+    ASSERT_EQ(fdrAddInstance(io), QSV_SUCCESS);
+    ASSERT_EQ(fdrGetInstance(io, "Abandoned"), QSV_SUCCESS);
+    fdrAddProperty(io, "Left", "behind");
+    ASSERT_EQ(fdrGetInstance(io, "Second"), QSV_SUCCESS);
+    TCIMValueArray* empty = nullptr;
+    ASSERT_EQ(fdrNewCIMValueArray(&empty), QSV_SUCCESS);
+    fdrAddArrayProperty(io, "None", empty);
+    fdrAddProperty(io, "T", "");
+    ASSERT_EQ(fdrAddInstance(io), QSV_SUCCESS);
+    ASSERT_EQ(fdrGetInstance(io, "Third"), QSV_SUCCESS);
+    fdrAddProperty(io, "U", "u");
+    fdrAddArrayProperty(io, "V", empty);
+    fdrAddProperty(io, "W", "w");
+    fdrAddProperty(io, "X", "x");
+    ASSERT_EQ(fdrAddInstance(io), QSV_SUCCESS);
+    ASSERT_EQ(host.instances.size(), 3u);
+    EXPECT_EQ(describe(host.instances[0]), "First Text=0'a text longer than any short-string "
+                                           "buffer holds'0 When=1'19700101000000.000000+000'0 "
+                                           "Raw=2''3");
+    EXPECT_EQ(describe(host.instances[1]), "Second None=2''0 T=0''0");
+    EXPECT_EQ(describe(host.instances[2]), "Third U=0'u'0 V=2''0 W=0'w'0 X=0'x'0");
+    // A deleted array is refused even right after it was last used.
+    EXPECT_EQ(fdrDeleteCIMValueArray(empty), QSV_SUCCESS);
+    EXPECT_EQ(fdrArrayAddUint8(empty, 4), QSV_ERROR);
+    EXPECT_EQ(fdrDeleteCIMValueArray(array), QSV_SUCCESS);
+}
+
 TEST(CoreServices, NullLogTextAndNoLanObjectWithoutALanSetting) {
     HostCapture host;
     fdrWriteLog(QSV_LOG_FAILURE, nullptr);
