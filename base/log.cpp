@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 namespace ipmisel {
@@ -30,6 +31,24 @@ void LogF(int severity, const char* fmt, ...) {
         Log(severity, n < 0 ? "" : small);
     }
     va_end(again);
+}
+
+LogLine& LogLine::AddLong(std::string_view text) {
+    if (length_ < kInline) {
+        long_.assign(inline_, length_);
+        length_ = kInline;
+    }
+    long_.append(text);
+    return *this;
+}
+
+void LogLine::Write(int severity) {
+    if (length_ == kInline) {
+        Log(severity, long_.c_str());
+        return;
+    }
+    inline_[length_] = '\0';
+    Log(severity, inline_);
 }
 
 } // namespace ipmisel

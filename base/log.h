@@ -1,8 +1,12 @@
 // The plug-in's log: every line goes to the framework's fdrWriteLog.
 #pragma once
 
+#include <cstddef>
+#include <cstring>
 #include <string>
+#include <string_view>
 
+#include "base/format.h"
 #include "host/framework.h"
 
 namespace ipmisel {
@@ -18,5 +22,38 @@ enum Severity {
 void Log(int severity, const char* text);
 void Log(int severity, const std::string& text);
 void LogF(int severity, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+// One log line put together from pieces, for the lines written once or more
+// per SEL record: no printf and, for lines that fit the inline room, no
+// allocation. Nothing is ever cut; Write hands the whole line to the log.
+//   LogLine().Add("Record ID    = ").Add(Decimal(id)).Write(SevTrace);
+class LogLine {
+  public:
+    LogLine() = default;
+    LogLine(const LogLine&) = delete;
+    LogLine& operator=(const LogLine&) = delete;
+
+    LogLine& Add(const char* text) { return Add(std::string_view(text)); }
+    LogLine& Add(std::string_view text) {
+        if (length_ + text.size() < kInline) {
+            std::memcpy(inline_ + length_, text.data(), text.size());
+            length_ += text.size();
+            return *this;
+        }
+        return AddLong(text);
+    }
+    LogLine& Add(const NumberText& number) { return Add(number.View()); }
+
+    void Write(int severity);
+
+  private:
+    static constexpr size_t kInline = 512;
+    // Moves the line to long_ and appends there from then on.
+    LogLine& AddLong(std::string_view text);
+
+    char inline_[kInline];
+    size_t length_ = 0; // kInline once the line lives in long_
+    std::string long_;
+};
 
 } // namespace ipmisel

@@ -3,11 +3,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
+#include "base/format.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "export/ExportConfig.h"
 #include "mapping/IPMIMapping.h"
+#include "mapping/MessageFile.h"
 
 using namespace NOXAQSV20;
 
@@ -91,41 +94,43 @@ bool AddText(fdriIOHandle* io, const char* name, const std::string& value,
     return AddText(io, name, value.c_str(), failureText);
 }
 
-// The decoded pieces of one standard record that make up its message.
+// The decoded pieces of one standard record that make up its message. One
+// set serves every record of the export, so the texts keep their room from
+// record to record instead of being allocated for each.
 struct StandardTexts {
     std::string sensorType;
     std::string entity;
     std::string entityInstance;
     std::string sensorInformation;
     std::string event;
+    std::string message;
 };
 
-std::string EntityText(TCPluginCallbacks* cb, IPMIMapping& mapping, uint8_t entityID) {
+void EntityText(TCPluginCallbacks* cb, IPMIMapping& mapping, uint8_t entityID, std::string& out) {
+    out.clear();
     if (entityID < kFirstHighEntity) {
         char text[kTextSize] = {};
         if (mapping.GetINIStringById(cb, 1000 + entityID, text, kTextSize) != 0) {
             Log(SevError, "Error in obtaining string.");
         }
-        return std::string(text, TextLength(text, kTextSize));
+        out.assign(text, TextLength(text, kTextSize));
+        return;
     }
     size_t index = entityID - kFirstHighEntity;
     if (index < sizeof kHighEntityNames / sizeof kHighEntityNames[0]) {
-        return kHighEntityNames[index];
+        out.assign(kHighEntityNames[index]);
     }
-    return std::string();
 }
 
-std::string EntityInstanceText(uint8_t instance) {
-    char text[16];
+void EntityInstanceText(uint8_t instance, std::string& out) {
     if (TOSSpecific::GetMachineTypeFromID() == kSecondInstanceNumberingMachineType &&
         instance >= kDeviceRelativeInstanceBase) {
         // Device-relative instances (60h-7Fh) are shown counted from the
         // controller they belong to, the way that machine's labels read.
-        TextFormat(text, sizeof text, "%d", instance - kDeviceRelativeInstanceBase);
-    } else {
-        TextFormat(text, sizeof text, "%d", instance);
+        out.assign(Decimal(instance - kDeviceRelativeInstanceBase).View());
+        return;
     }
-    return text;
+    out.assign(Decimal(instance).View());
 }
 
 // Drive bays carry their number in the sensor name ("Drive 12"); that number
@@ -169,9 +174,20 @@ std::string Text(const char* buf) {
     return std::string(buf, TextLength(buf, kTextSize));
 }
 
+// A decoder's 512-byte text with one byte more that always stays zero, so
+// that what the decoder wrote reads as a terminated text even when it filled
+// all 512.
+struct DecoderText {
+    char text[kTextSize + 1];
+    char* Clear() {
+        std::memset(text, 0, sizeof text);
+        return text;
+    }
+};
+
 // Properties and message of a type 02h record.
 void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cache,
-                    IPMISELEntry& rec, IPMIMapping& mapping) {
+                    IPMISELEntry& rec, IPMIMapping& mapping, StandardTexts& t) {
     const IPMISDREntry* sdr = nullptr;
     if (cache.empty()) {
         Log(SevTrace, "SDR cache is empty.");
@@ -179,65 +195,91 @@ void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cac
         sdr = FindSDR(cache, rec.SensorNumber());
     }
 
-    char buf[kTextSize];
-    std::memset(buf, 0, sizeof buf);
-    if (rec.GetGeneratorID(mapping, cb, buf, kTextSize) != 0) {
+    DecoderText decoded;
+    const char* buf = decoded.text;
+    if (rec.GetGeneratorID(mapping, cb, decoded.Clear(), kTextSize) != 0) {
         Log(SevNotice, "Error CopyGeneratorID().");
     }
-    AddText(io, "Source", Text(buf));
+    AddText(io, "Source", buf);
 
-    StandardTexts t;
-    std::memset(buf, 0, sizeof buf);
-    if (rec.CopySensorType(mapping, cb, buf, kTextSize) != 0) {
+    if (rec.CopySensorType(mapping, cb, decoded.Clear(), kTextSize) != 0) {
         Log(SevNotice, "Error CopySensorType().");
     }
-    t.sensorType = Text(buf);
+    t.sensorType.assign(buf);
     AddText(io, "SensorType", t.sensorType);
 
-    std::memset(buf, 0, sizeof buf);
-    if (rec.GetEventType(buf, kTextSize) != 0) {
+    if (rec.GetEventType(decoded.Clear(), kTextSize) != 0) {
         Log(SevNotice, "Error CopyEventType().");
     }
-    AddText(io, "EventType", Text(buf));
+    AddText(io, "EventType", buf);
 
-    std::memset(buf, 0, sizeof buf);
+    decoded.Clear();
     int eventResult;
     if (!sdr) {
         Log(SevTrace, "No matching SDR for this SEL.");
-        eventResult = rec.GetEventData(mapping, cb, buf, kTextSize, SensorConversion{}, "");
+        eventResult =
+            rec.GetEventData(mapping, cb, decoded.text, kTextSize, SensorConversion{}, "");
     } else {
         Log(SevTrace, "Found matching SDR for this SEL.");
-        LogF(SevDetail,
-             "RecordID = %d %d. Linearization = %d. M = %d. B = %d. Rexp = %d. Bexp = %d. "
-             "SDRType = %d. SensorUnits1 = %d. SensorUnits2 = %d. SensorUnits3 = %d",
-             sdr->RecordIDHigh * 256 + sdr->RecordIDLow, sdr->SDRVersion, sdr->Linearization,
-             sdr->M, sdr->B, sdr->RExp, sdr->BExp, sdr->RecordType, sdr->SensorUnits1,
-             sdr->BaseUnit, sdr->ModifierUnit);
-        eventResult = rec.GetEventData(mapping, cb, buf, kTextSize, sdr->Conversion(),
+        LogLine()
+            .Add("RecordID = ")
+            .Add(Decimal(sdr->RecordIDHigh * 256 + sdr->RecordIDLow))
+            .Add(" ")
+            .Add(Decimal(sdr->SDRVersion))
+            .Add(". Linearization = ")
+            .Add(Decimal(sdr->Linearization))
+            .Add(". M = ")
+            .Add(Decimal(sdr->M))
+            .Add(". B = ")
+            .Add(Decimal(sdr->B))
+            .Add(". Rexp = ")
+            .Add(Decimal(sdr->RExp))
+            .Add(". Bexp = ")
+            .Add(Decimal(sdr->BExp))
+            .Add(". SDRType = ")
+            .Add(Decimal(sdr->RecordType))
+            .Add(". SensorUnits1 = ")
+            .Add(Decimal(sdr->SensorUnits1))
+            .Add(". SensorUnits2 = ")
+            .Add(Decimal(sdr->BaseUnit))
+            .Add(". SensorUnits3 = ")
+            .Add(Decimal(sdr->ModifierUnit))
+            .Write(SevDetail);
+        eventResult = rec.GetEventData(mapping, cb, decoded.text, kTextSize, sdr->Conversion(),
                                        std::string(sdr->IDString));
     }
     if (eventResult != 0) {
         Log(SevNotice, "Error CopyEventData().");
     }
-    std::string eventData = Text(buf);
+    // The event text is taken now: the entity lookup below has a text of its own.
+    t.event.assign((rec.bytes[12] & 0x80) ? "Deassertion: " : "Assertion: ");
+    t.event.append(buf);
 
+    t.entity.clear();
+    t.entityInstance.clear();
+    t.sensorInformation.clear();
     if (sdr) {
-        t.entity = EntityText(cb, mapping, sdr->EntityID);
-        t.entityInstance = EntityInstanceText(sdr->EntityInstance);
-        t.sensorInformation = sdr->IDString;
+        EntityText(cb, mapping, sdr->EntityID, t.entity);
+        EntityInstanceText(sdr->EntityInstance, t.entityInstance);
+        t.sensorInformation.assign(sdr->IDString);
     }
     AddText(io, "Entity", t.entity);
     AddText(io, "EntityInstance", t.entityInstance);
     AddText(io, "SensorInformation", t.sensorInformation);
 
     ApplyDriveNumber(rec.SensorType(), t);
-    t.event = (rec.bytes[12] & 0x80) ? "Deassertion: " : "Assertion: ";
-    t.event += eventData;
     ApplyAdjustments(t);
 
-    std::string message = t.entity + " " + t.entityInstance + " (" + t.sensorType + " - " +
-                          t.sensorInformation + "): " + t.event;
-    AddText(io, "Message", message);
+    t.message.assign(t.entity)
+        .append(" ")
+        .append(t.entityInstance)
+        .append(" (")
+        .append(t.sensorType)
+        .append(" - ")
+        .append(t.sensorInformation)
+        .append("): ")
+        .append(t.event);
+    AddText(io, "Message", t.message);
 }
 
 // "Message" (and "SensorType") of every other kind.
@@ -287,21 +329,45 @@ void ExportSpecial(TCPluginCallbacks* cb, fdriIOHandle* io, const KindInfo& kind
     AddText(io, "Message", message);
 }
 
-std::string AuxLogText(const std::vector<AuxLogRecord>& auxRecords, uint16_t recordID) {
-    for (const AuxLogRecord& aux : auxRecords) {
-        if (aux.GetRecordID() == recordID) {
-            std::string text =
-                "Type: " + aux.GetTypeName() + " Sev: " + aux.GetSeverityName() +
-                " Class: " + aux.GetClassName() + " Sub-Class: " + aux.GetSubClassName() +
-                " Instance: " + aux.GetInstanceText() + " GUID: " + aux.GetCallerIDText() +
-                " Extended Data: " + aux.GetExtendedData();
-            if (text.size() >= kTextSize) {
-                text.resize(kTextSize - 1);
-            }
-            return text;
+// The first auxiliary-log record of each SEL record ID, found without going
+// through the whole auxiliary log for every SEL record.
+class AuxLogIndex {
+  public:
+    explicit AuxLogIndex(const std::vector<AuxLogRecord>& records) : records_(records) {
+        if (records.empty()) {
+            return;
+        }
+        first_.assign(65536, kNone);
+        for (size_t i = records.size(); i-- > 0;) {
+            first_[records[i].GetRecordID()] = static_cast<int32_t>(i);
         }
     }
-    return "No Extended Data";
+    const AuxLogRecord* Find(uint16_t recordID) const {
+        if (first_.empty() || first_[recordID] == kNone) {
+            return nullptr;
+        }
+        return &records_[static_cast<size_t>(first_[recordID])];
+    }
+
+  private:
+    static constexpr int32_t kNone = -1;
+    const std::vector<AuxLogRecord>& records_;
+    std::vector<int32_t> first_; // by record ID; empty when there are no records
+};
+
+void AuxLogText(const AuxLogIndex& auxLog, uint16_t recordID, std::string& out) {
+    const AuxLogRecord* aux = auxLog.Find(recordID);
+    if (aux == nullptr) {
+        out.assign("No Extended Data");
+        return;
+    }
+    out = "Type: " + aux->GetTypeName() + " Sev: " + aux->GetSeverityName() +
+          " Class: " + aux->GetClassName() + " Sub-Class: " + aux->GetSubClassName() +
+          " Instance: " + aux->GetInstanceText() + " GUID: " + aux->GetCallerIDText() +
+          " Extended Data: " + aux->GetExtendedData();
+    if (out.size() >= kTextSize) {
+        out.resize(kTextSize - 1);
+    }
 }
 
 void ExportRawData(fdriIOHandle* io, IPMISELEntry& rec) {
@@ -315,7 +381,11 @@ void ExportRawData(fdriIOHandle* io, IPMISELEntry& rec) {
             Log(SevTrace, "No Raw Hex Data obtained.");
         } else {
             Log(SevTrace, "Raw Hex Data values:");
-            Log(SevTrace, HexBytes(raw, sizeof raw));
+            LogLine bytes;
+            for (uint8_t byte : raw) {
+                bytes.Add(std::string_view(kHexByteText[byte].data(), 3));
+            }
+            bytes.Write(SevTrace);
             for (uint8_t byte : raw) {
                 if (fdrArrayAddUint8(array, byte) != QSV_SUCCESS) {
                     Log(SevFailure, "Failed to add uint8 to array.");
@@ -379,6 +449,12 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
     }
 
     IPMIMapping mapping;
+    // Every record looks texts up in the message file; the file is looked at
+    // once for the whole log instead of at each of those lookups.
+    const message::Pass messagePass;
+    const AuxLogIndex auxLog(auxRecords);
+    StandardTexts texts;
+    std::string auxText;
     char sourceNode[16];
     TextFormat(sourceNode, sizeof sourceNode, "%d", node + 1);
 
@@ -391,8 +467,8 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
 
         char timestamp[64];
         TextCopy(timestamp, sizeof timestamp, kDefaultTimestamp);
-        char idText[kTextSize] = {};
-        rec.GetRecordID(idText, kTextSize);
+        char idText[16] = {};
+        rec.GetRecordID(idText, sizeof idText);
         int recordID = std::atoi(idText);
         if (kind.kind == Kind::Unknown) {
             LogF(SevTrace, "This SEL entry (ID %d) has an unknown type (0x%x).\n", recordID,
@@ -412,7 +488,7 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
             continue;
         }
         char recordIDText[16];
-        TextFormat(recordIDText, sizeof recordIDText, "%d", recordID + recordOffset);
+        TextBuilder(recordIDText, sizeof recordIDText).Add(Decimal(recordID + recordOffset));
         const bool osRecord = kind.kind == Kind::BootTime || kind.kind == Kind::Shutdown;
         // A record without these six is no record at all: it is dropped.
         if (!AddText(io, "CreationClassName", "OXASG_IPMILog") ||
@@ -426,12 +502,13 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
         }
 
         if (kind.kind == Kind::Standard) {
-            ExportStandard(cb, io, cache, rec, mapping);
+            ExportStandard(cb, io, cache, rec, mapping, texts);
         } else {
             ExportSpecial(cb, io, kind, rec, mapping, timestamp);
         }
 
-        AddText(io, "AuxLog", AuxLogText(auxRecords, rec.RecordID()));
+        AuxLogText(auxLog, rec.RecordID(), auxText);
+        AddText(io, "AuxLog", auxText);
         AddText(io, "SourceNode", sourceNode, "Error adding OXASG_IPMILogRecord -- SourceNode.");
         ExportRawData(io, rec);
     }

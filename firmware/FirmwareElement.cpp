@@ -24,7 +24,7 @@ enum : size_t {
     kDevIDWithAux = 15, // answer length that carries them
 };
 
-std::string Decimal(unsigned long value) {
+std::string DecimalString(unsigned long value) {
     char text[24];
     TextFormat(text, sizeof text, "%lu", value);
     return text;
@@ -138,7 +138,7 @@ std::string DottedVersionText(const uint8_t* bytes, size_t count) {
         if (i > 0) {
             out += '.';
         }
-        out += Decimal(bytes[i]);
+        out += DecimalString(bytes[i]);
     }
     return out;
 }
@@ -179,16 +179,16 @@ void AddDeviceIDProperties(FirmwareElement& entry, const uint8_t* d, size_t coun
         return;
     }
     entry.AddText("VersionString", FirmwareRevisionText(d[kFwMajor], d[kFwMinor]));
-    entry.AddText("MajorVersion", Decimal(d[kFwMajor] & 0x7Fu));
+    entry.AddText("MajorVersion", DecimalString(d[kFwMajor] & 0x7Fu));
     entry.AddText("MinorVersion", MinorRevisionText(d[kFwMinor]));
     entry.AddText("IPMIVersion", IPMIVersionText(d[kIPMIVersion]));
-    entry.AddText("DeviceID", Decimal(d[kDevID]));
-    entry.AddText("DeviceRevision", Decimal(d[kDevRevision] & 0x0Fu));
+    entry.AddText("DeviceID", DecimalString(d[kDevID]));
+    entry.AddText("DeviceRevision", DecimalString(d[kDevRevision] & 0x0Fu));
     const unsigned long manufacturer =
         (d[kManufacturer] | d[kManufacturer + 1] << 8 | (d[kManufacturer + 2] & 0x0F) << 16);
-    entry.AddText("ManufacturerID", Decimal(manufacturer));
+    entry.AddText("ManufacturerID", DecimalString(manufacturer));
     entry.AddText("ProductID",
-                  Decimal(static_cast<unsigned long>(d[kProduct] | d[kProduct + 1] << 8)));
+                  DecimalString(static_cast<unsigned long>(d[kProduct] | d[kProduct + 1] << 8)));
     if (count >= kDevIDWithAux) {
         entry.AddText("AuxFirmwareRevision", HexText(d + kAuxRevision, 4));
     }

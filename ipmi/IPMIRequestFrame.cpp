@@ -1,7 +1,9 @@
 #include "ipmi/IPMIRequestFrame.h"
 
+#include <algorithm>
 #include <cstring>
 
+#include "base/format.h"
 #include "base/log.h"
 #include "base/text.h"
 
@@ -50,7 +52,7 @@ constexpr size_t kDataStart = 9;
 constexpr size_t kMaxData = kTemplateSize - kDataStart;
 
 // The rendered text lives in 256 bytes: 255 characters and the terminator.
-constexpr size_t kTextSize = 256;
+constexpr size_t kTextSize = kResponseTextSize;
 constexpr size_t kResponseStart = 8;
 
 } // namespace
@@ -133,11 +135,17 @@ template <size_t Capacity> std::string BasicRequestFrame<Capacity>::ResponseText
     return RenderResponse(transfer, sizeof transfer, length_);
 }
 
+template <size_t Capacity>
+size_t BasicRequestFrame<Capacity>::ResponseText(char (&text)[kResponseTextSize]) const {
+    return RenderResponseInto(text, transfer, sizeof transfer, kResponseStart, length_);
+}
+
 template class BasicRequestFrame<256>;
 template class BasicRequestFrame<312>;
 
-std::string RenderResponseFrom(const uint8_t* buf, size_t capacity, size_t first, int32_t length) {
-    char text[kTextSize] = "";
+size_t RenderResponseInto(char* text, const uint8_t* buf, size_t capacity, size_t first,
+                          int32_t length) {
+    size_t used = 0;
     // The last byte is 8 + length, wherever the rendering starts; a length
     // that is negative or reaches past the buffer is held to what the buffer
     // really has.
@@ -146,22 +154,25 @@ std::string RenderResponseFrom(const uint8_t* buf, size_t capacity, size_t first
         if (last > capacity - 1) {
             last = capacity - 1;
         }
-        // "%02X " per byte, written directly: this runs for every response
-        // of a 65,535-entry SEL, and a formatted print per byte dominated it.
-        static const char digits[] = "0123456789ABCDEF";
-        size_t used = 0;
-        for (size_t i = first; i <= last && used < sizeof text - 1; ++i) {
-            const char piece[3] = {digits[buf[i] >> 4], digits[buf[i] & 0x0F], ' '};
-            for (char c : piece) {
-                if (used < sizeof text - 1) {
-                    text[used++] = c;
-                }
-            }
+        // "%02X " per byte from the table: this runs for every response of a
+        // 65,535-entry SEL, and a formatted print per byte dominated it.
+        for (size_t i = first; i <= last && used < kTextSize - 1; ++i) {
+            const size_t n = std::min<size_t>(3, kTextSize - 1 - used);
+            std::memcpy(text + used, kHexByteText[buf[i]].data(), n);
+            used += n;
         }
-        text[used] = '\0';
     }
-    TextAppend(text, sizeof text, "\n");
-    return std::string(text);
+    if (used < kTextSize - 1) {
+        text[used++] = '\n';
+    }
+    text[used] = '\0';
+    return used;
+}
+
+std::string RenderResponseFrom(const uint8_t* buf, size_t capacity, size_t first, int32_t length) {
+    char text[kTextSize];
+    const size_t n = RenderResponseInto(text, buf, capacity, first, length);
+    return std::string(text, n);
 }
 
 std::string RenderResponse(const uint8_t* buf, size_t capacity, int32_t length) {

@@ -16,6 +16,9 @@ namespace ipmisel {
 // the short texts the system has always printed.
 extern const char* const g_CompletionCodeText[22];
 
+// A rendered response: at most 255 characters and the terminator.
+constexpr size_t kResponseTextSize = 256;
+
 // C0h..D5h from the table, anything else "Unknown error\n".
 const char* CompletionCodeText(uint8_t cc);
 // As above, and 81h "Cannot execute command, SEL erase in progress.\n": only
@@ -59,6 +62,9 @@ template <size_t Capacity> class BasicRequestFrame {
     // "\n" appended under the same limit. A length that would reach outside
     // the transfer buffer renders only what the buffer holds.
     std::string ResponseText() const;
+    // The same text into a caller's buffer, without an allocation; returns
+    // its length.
+    size_t ResponseText(char (&text)[kResponseTextSize]) const;
     NOXAQSV20::SPLibrary* Library() const { return library_; }
 
   protected:
@@ -78,5 +84,8 @@ std::string RenderResponse(const uint8_t* buf, size_t capacity, int32_t length);
 // The same from byte `first` instead of byte 8; the end (8 + length) does not
 // move, so a start past the end renders nothing but the "\n".
 std::string RenderResponseFrom(const uint8_t* buf, size_t capacity, size_t first, int32_t length);
+// RenderResponseFrom into text[kResponseTextSize]; returns the text's length.
+size_t RenderResponseInto(char* text, const uint8_t* buf, size_t capacity, size_t first,
+                          int32_t length);
 
 } // namespace ipmisel

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "base/format.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "ipmi/SeenRecordIDs.h"
@@ -28,14 +29,14 @@ constexpr const char* kSELEntrySubject = "system event log entry";
 // for ID 0000h, and a BMC pointing back at that record is caught before it
 // is read twice. Only the first answer's own ID is trusted that way, so a
 // BMC with odd ID bytes in its records cannot cut a good walk short.
-void ScanNextRecordID(const std::string& text, uint8_t next[2], SeenRecordIDs* seen = nullptr) {
-    unsigned cc = 0, low = kEndMarkHigh, high = kEndMarkHigh, ownLow = 0, ownHigh = 0;
-    int scanned = std::sscanf(text.c_str(), "%x %x %x %x %x", &cc, &low, &high, &ownLow, &ownHigh);
-    next[0] = static_cast<uint8_t>(high);
-    next[1] = static_cast<uint8_t>(low);
+void ScanNextRecordID(const char* text, uint8_t next[2], SeenRecordIDs* seen = nullptr) {
+    // cc, next record ID low and high, the record's own ID low and high.
+    unsigned f[5] = {0, kEndMarkHigh, kEndMarkHigh, 0, 0};
+    int scanned = ScanHexFields(text, f, 5);
+    next[0] = static_cast<uint8_t>(f[2]);
+    next[1] = static_cast<uint8_t>(f[1]);
     if (seen != nullptr && scanned == 5) {
-        seen->Mark(
-            SeenRecordIDs::Join(static_cast<uint8_t>(ownHigh), static_cast<uint8_t>(ownLow)));
+        seen->Mark(SeenRecordIDs::Join(static_cast<uint8_t>(f[4]), static_cast<uint8_t>(f[3])));
     }
 }
 
@@ -73,10 +74,9 @@ int IPMIRequestSEL::IPMIGetSELInfo(uint32_t& count) {
 
     // cc, version, entries low, entries high, then free space, time stamps
     // and operation support, which nothing here needs.
-    unsigned cc = 0, version = 0, low = 0, high = 0, spare = 0;
-    int scanned = std::sscanf(text.c_str(), "%x %x %x %x %x %x %x %x %x %x %x %x %x %x %x", &cc,
-                              &version, &low, &high, &spare, &spare, &spare, &spare, &spare, &spare,
-                              &spare, &spare, &spare, &spare, &spare);
+    unsigned f[15] = {};
+    int scanned = ScanHexFields(text.c_str(), f, 15);
+    const unsigned version = f[1], low = f[2], high = f[3];
     if (scanned == EOF) {
         Log(SevError, "Error in reading data for SEL information.");
         return 1;
@@ -109,9 +109,12 @@ int IPMIRequestSEL::IPMIGetSELEntry(SELEntryText* slots, uint32_t maxSlots) {
         const uint8_t data[6] = {0x00, 0x00, nextRecordID[1], nextRecordID[0], 0x00, 0xFF};
         Prepare(kNetFnStorage, kCmdGetSELEntry, data, sizeof data);
     };
-    // The rendered answer cut to a slot: 57 characters, the "\n" falls off.
-    auto toSlot = [this](SELEntryText& slot) {
-        TextCopy(slot.text, sizeof slot.text, ResponseText().c_str());
+    // The rendered answer, and the same cut to a slot: 57 characters, the
+    // "\n" falls off.
+    char text[kResponseTextSize];
+    auto toSlot = [this, &text](SELEntryText& slot) {
+        ResponseText(text);
+        TextCopy(slot.text, sizeof slot.text, text);
     };
 
     std::string message;
@@ -135,7 +138,7 @@ int IPMIRequestSEL::IPMIGetSELEntry(SELEntryText* slots, uint32_t maxSlots) {
         slots[0] = entry;
     }
     Log(SevTrace, std::string("buffer[0].data = ") + entry.text);
-    ScanNextRecordID(ResponseText(), nextRecordID, &seen);
+    ScanNextRecordID(text, nextRecordID, &seen);
 
     // Only the high byte marks the end: FF00h..FFFFh all end the log.
     uint32_t counter = 0;
@@ -163,8 +166,13 @@ int IPMIRequestSEL::IPMIGetSELEntry(SELEntryText* slots, uint32_t maxSlots) {
         if (counter < maxSlots) {
             slots[counter] = entry;
         }
-        LogF(SevTrace, "buffer[%u].data = %s", static_cast<unsigned>(counter), entry.text);
-        ScanNextRecordID(ResponseText(), nextRecordID);
+        LogLine()
+            .Add("buffer[")
+            .Add(Decimal(counter))
+            .Add("].data = ")
+            .Add(entry.text)
+            .Write(SevTrace);
+        ScanNextRecordID(text, nextRecordID);
     }
 
     Log(SevTrace, "IPMIRequestSEL::IPMIGetSELEntry() completed.");

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/format.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "mapping/MessageFile.h"
@@ -132,6 +133,26 @@ void unitText(IPMIMapping& m, TCPluginCallbacks* cb, uint8_t code, char* out, in
     }
 }
 
+// The message file lies beside the plug-in, whose file name starts with
+// "ipmisel": everything before the first occurrence is the folder. Null when
+// the path holds no "ipmisel". The host answers the same path for every
+// lookup, so the last answer is kept rather than built again each time.
+const std::string* messageFilePath(const char* pluginPath) {
+    static std::string lastPluginPath;
+    static std::string lastMessageFile;
+    if (!lastMessageFile.empty() && lastPluginPath == pluginPath) {
+        return &lastMessageFile;
+    }
+    const char* marker = std::strstr(pluginPath, "ipmisel");
+    if (marker == nullptr) {
+        return nullptr;
+    }
+    lastPluginPath = pluginPath;
+    lastMessageFile.assign(pluginPath, static_cast<size_t>(marker - pluginPath));
+    lastMessageFile += "ipmisel.INI";
+    return &lastMessageFile;
+}
+
 } // namespace
 
 int IPMIMapping::GetSensorType(TCPluginCallbacks* /*cb*/, uint8_t sensorType, char* out,
@@ -152,7 +173,7 @@ int IPMIMapping::GetSensorType(TCPluginCallbacks* /*cb*/, uint8_t sensorType, ch
         } else if (sensorType == 0xD0) {
             name = "SEL Fullness";
         }
-        TextFormat(out, bound, "%s", name);
+        TextCopy(out, bound, name);
     }
     Log(SevTrace, "IPMIMapping::GetSensorType() function completed.");
     return 0;
@@ -162,18 +183,21 @@ int IPMIMapping::GetOnesComplement(TCPluginCallbacks* /*cb*/, int8_t value, char
                                    int32_t size) {
     size_t bound = size > 0 ? static_cast<size_t>(size) : 0;
     if (value >= 0) {
-        TextFormat(out, bound, "%d", static_cast<int>(value));
+        TextBuilder(out, bound).Add(Decimal(value));
     } else {
         // 1's complement: the magnitude is the inverted bits, and FFh is the
         // negative zero, printed "-0".
-        TextFormat(out, bound, "-%d", ~static_cast<int>(value));
+        TextBuilder(out, bound).Add("-").Add(Decimal(~static_cast<int>(value)));
     }
     Log(SevTrace, "IPMIMapping::GetOnesComplement() function completed.");
     return 0;
 }
 
-int IPMIMapping::GetINIString(TCPluginCallbacks* cb, const std::string& key, char* out,
-                              int32_t size) {
+namespace {
+
+// What both lookups do before the search: clear the output and find the
+// message file. Null (after the log line) when there is no file to search.
+const std::string* startLookup(TCPluginCallbacks* cb, char* out, int32_t size) {
     if (size > 0) {
         std::memset(out, 0, static_cast<size_t>(size));
     }
@@ -181,19 +205,18 @@ int IPMIMapping::GetINIString(TCPluginCallbacks* cb, const std::string& key, cha
     if (NOXAQSV20::fdrGetPluginPath(cb, &pluginPath) != NOXAQSV20::QSV_SUCCESS ||
         pluginPath == nullptr) {
         Log(SevError, "fdrGetPluginPath failed.");
-        return 1;
+        return nullptr;
     }
-    // The message file lies beside the plug-in, whose file name starts with
-    // "ipmisel": everything before the first occurrence is the folder.
-    const char* marker = std::strstr(pluginPath, "ipmisel");
-    if (marker == nullptr) {
+    const std::string* iniPath = messageFilePath(pluginPath);
+    if (iniPath == nullptr) {
         Log(SevFailure, "Path not found for ipmisel INI file.");
-        return 1;
     }
-    std::string iniPath(pluginPath, static_cast<size_t>(marker - pluginPath));
-    iniPath += "ipmisel.INI";
+    return iniPath;
+}
 
-    switch (message::Find(iniPath, key, out, size)) {
+// The result of a lookup: 0 for a text, 1 (after its log line) otherwise.
+int finishLookup(message::Lookup found, const char* key, const char* out, int32_t size) {
+    switch (found) {
     case message::Lookup::OpenFailed:
         Log(SevFailure, "Can't open ipmisel INI file.");
         return 1;
@@ -203,14 +226,31 @@ int IPMIMapping::GetINIString(TCPluginCallbacks* cb, const std::string& key, cha
         break;
     }
     if (size <= 0 || out[0] == '\0') {
-        Log(SevError, "Can't find data id '" + key + "'");
+        LogLine().Add("Can't find data id '").Add(key).Add("'").Write(SevError);
         return 1;
     }
     return 0;
 }
 
+} // namespace
+
+int IPMIMapping::GetINIString(TCPluginCallbacks* cb, const std::string& key, char* out,
+                              int32_t size) {
+    const std::string* iniPath = startLookup(cb, out, size);
+    if (iniPath == nullptr) {
+        return 1;
+    }
+    return finishLookup(message::Find(*iniPath, key, out, size), key.c_str(), out, size);
+}
+
 int IPMIMapping::GetINIStringById(TCPluginCallbacks* cb, int32_t id, char* out, int32_t size) {
-    return GetINIString(cb, std::to_string(id), out, size);
+    const std::string* iniPath = startLookup(cb, out, size);
+    if (iniPath == nullptr) {
+        return 1;
+    }
+    char key[16];
+    TextBuilder(key, sizeof key).Add(Decimal(id));
+    return finishLookup(message::FindId(*iniPath, id, out, size), key, out, size);
 }
 
 void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t ed2, uint8_t ed3,
@@ -232,14 +272,19 @@ void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t
     switch ((ed1 >> 4) & 0x03) {
     case 1:
         GetSensorUnits(cb, sdr, ed3, value, sizeof value);
-        TextFormat(text, sizeof text, "\n               Trigger threshold value: %s. \n", value);
+        TextBuilder(text, sizeof text)
+            .Add("\n               Trigger threshold value: ")
+            .Add(value)
+            .Add(". \n");
         break;
     case 2:
-        TextFormat(text, sizeof text, "%s\n", dimmName(ed3));
+        TextBuilder(text, sizeof text).Add(dimmName(ed3)).Add("\n");
         break;
     case 3:
-        TextFormat(text, sizeof text,
-                   "\n               Sensor-specific event extension code %02x. \n", ed3);
+        TextBuilder(text, sizeof text)
+            .Add("\n               Sensor-specific event extension code ")
+            .Add(HexByteLower(ed3))
+            .Add(". \n");
         break;
     default:
         break;
@@ -251,13 +296,16 @@ void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t
     switch ((ed1 >> 6) & 0x03) {
     case 1:
         GetSensorUnits(cb, sdr, ed2, value, sizeof value);
-        TextFormat(text, sizeof text, "Trigger reading: %s.", value);
+        TextBuilder(text, sizeof text).Add("Trigger reading: ").Add(value).Add(".");
         break;
     case 2:
-        TextFormat(text, sizeof text, "OEM code %02x.", ed2);
+        TextBuilder(text, sizeof text).Add("OEM code ").Add(HexByteLower(ed2)).Add(".");
         break;
     case 3:
-        TextFormat(text, sizeof text, "Sensor-specific event extension code %02x.", ed2);
+        TextBuilder(text, sizeof text)
+            .Add("Sensor-specific event extension code ")
+            .Add(HexByteLower(ed2))
+            .Add(".");
         break;
     default:
         break;
@@ -279,11 +327,24 @@ void IPMIMapping::GetSensorUnits(TCPluginCallbacks* cb, const SensorConversion& 
             int16_t bb = extend10(sdr.B);
             int16_t rexp = extend4(sdr.RExp);
             int16_t bexp = extend4(sdr.BExp);
-            LogF(SevTrace,
-                 "Bexp = %d. FinalBexp = %d. Rexp = %d. FinalRexp = %d. B = %d. FinalB = %d. "
-                 "M = %d. FinalM = %d",
-                 static_cast<int16_t>(sdr.BExp), bexp, static_cast<int16_t>(sdr.RExp), rexp,
-                 static_cast<int16_t>(sdr.B), bb, static_cast<int16_t>(sdr.M), m);
+            LogLine()
+                .Add("Bexp = ")
+                .Add(Decimal(static_cast<int16_t>(sdr.BExp)))
+                .Add(". FinalBexp = ")
+                .Add(Decimal(bexp))
+                .Add(". Rexp = ")
+                .Add(Decimal(static_cast<int16_t>(sdr.RExp)))
+                .Add(". FinalRexp = ")
+                .Add(Decimal(rexp))
+                .Add(". B = ")
+                .Add(Decimal(static_cast<int16_t>(sdr.B)))
+                .Add(". FinalB = ")
+                .Add(Decimal(bb))
+                .Add(". M = ")
+                .Add(Decimal(static_cast<int16_t>(sdr.M)))
+                .Add(". FinalM = ")
+                .Add(Decimal(m))
+                .Write(SevTrace);
             r = powerOfTen(rexp);
             b = bexp > 0 ? bb * std::pow(10.0, bexp) : bb / std::pow(10.0, -bexp);
             int32_t product = static_cast<int32_t>(m) * static_cast<int32_t>(raw);
@@ -291,55 +352,63 @@ void IPMIMapping::GetSensorUnits(TCPluginCallbacks* cb, const SensorConversion& 
         }
     }
     // Single precision as it is printed; %g is a text stream's default form.
-    LogF(SevTrace, "Value = %d. Value1 = %g. Value2 = %g. FinalValue = %g", raw,
-         static_cast<double>(static_cast<float>(r)), static_cast<double>(static_cast<float>(b)),
-         static_cast<double>(y));
+    LogLine()
+        .Add("Value = ")
+        .Add(Decimal(raw))
+        .Add(". Value1 = ")
+        .Add(General(static_cast<float>(r)))
+        .Add(". Value2 = ")
+        .Add(General(static_cast<float>(b)))
+        .Add(". FinalValue = ")
+        .Add(General(y))
+        .Write(SevTrace);
     Log(SevTrace, "IPMIMapping::GetSensorUnits() function entered.");
 
     // Only the unsigned format is converted; the signed formats show the raw
     // byte as the BMC sent it.
+    TextBuilder text(out, size);
     switch ((sdr.SensorUnits1 >> 6) & 0x03) {
     case 1: {
         char ones[16] = {};
         GetOnesComplement(cb, static_cast<int8_t>(raw), ones, sizeof ones);
-        TextFormat(out, size, "%s", ones);
+        text.Add(ones);
         break;
     }
     case 2:
-        TextFormat(out, size, "%d", static_cast<int>(static_cast<int8_t>(raw)));
+        text.Add(Decimal(static_cast<int8_t>(raw)));
         break;
     default:
-        TextFormat(out, size, "%.2f", static_cast<double>(y));
+        text.Add(Fixed(y, 2));
         break;
     }
     if ((sdr.SensorUnits1 & 0x01) != 0) {
-        TextAppend(out, size, "%");
+        text.Add("%");
     }
     uint8_t rate = (sdr.SensorUnits1 >> 3) & 0x07;
     if (rate != 0) {
         char rateText[64];
         lookupOrLog(*this, cb, 720 + rate, rateText, sizeof rateText);
-        TextAppendF(out, size, " %s", rateText);
+        text.Add(" ").Add(rateText);
     }
     char base[64];
     char modifier[64];
     switch ((sdr.SensorUnits1 >> 1) & 0x03) {
     case 0:
         unitText(*this, cb, sdr.BaseUnit, base, sizeof base);
-        TextAppendF(out, size, " %s", base);
+        text.Add(" ").Add(base);
         break;
     case 1:
         unitText(*this, cb, sdr.BaseUnit, base, sizeof base);
         unitText(*this, cb, sdr.ModifierUnit, modifier, sizeof modifier);
-        TextAppendF(out, size, " %s/%s", base, modifier);
+        text.Add(" ").Add(base).Add("/").Add(modifier);
         break;
     case 2:
         unitText(*this, cb, sdr.BaseUnit, base, sizeof base);
         unitText(*this, cb, sdr.ModifierUnit, modifier, sizeof modifier);
-        TextAppendF(out, size, " %s*%s", base, modifier);
+        text.Add(" ").Add(base).Add("*").Add(modifier);
         break;
     default:
-        TextAppend(out, size, " reserved units");
+        text.Add(" reserved units");
         break;
     }
     Log(SevTrace, "IPMIMapping::GetSensorUnits() function completed.");

@@ -23,6 +23,10 @@ namespace {
 constexpr size_t kPieceLength = 511;
 // Distinct keys remembered per file before the memory is dropped and rebuilt.
 constexpr size_t kMemoLimit = 65536;
+// Data ids below this are remembered by number (they all are: the highest in
+// use is 1255).
+constexpr int32_t kRememberedIds = 2048;
+constexpr int32_t kNotLookedUp = -2;
 // A file whose change time is this close to the moment we began reading it is
 // read again at every lookup until it is older: a change made right after our
 // read can get the same time stamp, and with the same size and inode nothing
@@ -63,12 +67,16 @@ struct Piece {
 
 struct CachedFile {
     Signature signature;
-    bool racy = false;   // changed too shortly before it was read to trust stat()
-    std::string content; // as read, to tell a real change from a touch
+    bool racy = false;           // changed too shortly before it was read to trust stat()
+    uint64_t lookedAtInPass = 0; // the pass in which stat() last vouched for it
+    std::string content;         // as read, to tell a real change from a touch
     std::vector<Piece> pieces;
     // key -> index of the first piece containing it, -1 for none. The answer
     // only depends on the pieces, so it is remembered until they change.
     std::unordered_map<std::string, int32_t> firstMatch;
+    // The same for the data ids below kRememberedIds, by id (kNotLookedUp
+    // until asked for); empty until the first lookup by id.
+    std::vector<int32_t> idMatch;
 };
 
 std::mutex& cacheMutex() {
@@ -79,6 +87,21 @@ std::mutex& cacheMutex() {
 std::unordered_map<std::string, CachedFile>& caches() {
     static std::unordered_map<std::string, CachedFile> c;
     return c;
+}
+
+// Open passes and the number of the current outermost one (0: none yet).
+// Guarded by cacheMutex().
+int g_passDepth = 0;
+uint64_t g_passNumber = 0;
+
+// The file most recently looked up, so that the lookups of a record, which
+// all go to the same file, skip hashing its path. Cleared with the cache.
+CachedFile* g_lastFile = nullptr;
+std::string g_lastPath;
+
+void forgetLastFile() {
+    g_lastFile = nullptr;
+    g_lastPath.clear();
 }
 
 Signature signatureOf(const struct stat& st) {
@@ -149,10 +172,35 @@ std::vector<Piece> splitPieces(const std::string& content) {
 // The cached pieces of path, read again when the file changed; null when the
 // file cannot be read (and nothing of it is kept then). Every call looks at the
 // file (one stat()), so what a lookup sees is what a fresh scan would see.
+CachedFile* lookAt(const std::string& path);
+
+// The cached pieces of path, looked at as Find's comment says: once per pass
+// inside a pass, at every call outside one.
 CachedFile* load(const std::string& path) {
+    CachedFile* file = g_lastFile != nullptr && g_lastPath == path ? g_lastFile : nullptr;
+    if (file == nullptr) {
+        auto it = caches().find(path);
+        file = it != caches().end() ? &it->second : nullptr;
+    }
+    if (file == nullptr || g_passDepth == 0 || file->lookedAtInPass != g_passNumber) {
+        file = lookAt(path);
+        if (file != nullptr && g_passDepth > 0) {
+            file->lookedAtInPass = g_passNumber;
+        }
+    }
+    if (file != g_lastFile) {
+        g_lastFile = file;
+        g_lastPath = file != nullptr ? path : std::string();
+    }
+    return file;
+}
+
+// One stat() of path, and a new read when the file changed.
+CachedFile* lookAt(const std::string& path) {
     auto& all = caches();
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
+        forgetLastFile();
         all.erase(path);
         return nullptr;
     }
@@ -164,6 +212,7 @@ CachedFile* load(const std::string& path) {
     std::string content;
     Signature signature;
     if (!readAll(path, content, signature)) {
+        forgetLastFile();
         all.erase(path);
         return nullptr;
     }
@@ -209,20 +258,17 @@ int32_t firstMatch(CachedFile& file, const std::string& key) {
 
 } // namespace
 
-Lookup Find(const std::string& path, const std::string& key, char* out, int32_t size) {
-    std::lock_guard<std::mutex> lock(cacheMutex());
-    CachedFile* file = load(path);
-    if (file == nullptr) {
-        return Lookup::OpenFailed;
-    }
-    int32_t index = firstMatch(*file, key);
+namespace {
+
+// The answer of the piece at index (-1: no piece holds the key).
+Lookup textOf(const CachedFile& file, int32_t index, char* out, int32_t size) {
     if (index < 0) {
         return Lookup::NoMatch;
     }
     if (size <= 0) {
         return Lookup::Found;
     }
-    const Piece& piece = file->pieces[static_cast<size_t>(index)];
+    const Piece& piece = file.pieces[static_cast<size_t>(index)];
     // A line without '=' has no text to give.
     if (piece.equals == std::string::npos) {
         return Lookup::Found;
@@ -243,9 +289,52 @@ Lookup Find(const std::string& path, const std::string& key, char* out, int32_t 
     return Lookup::Found;
 }
 
+} // namespace
+
+Lookup Find(const std::string& path, const std::string& key, char* out, int32_t size) {
+    std::lock_guard<std::mutex> lock(cacheMutex());
+    CachedFile* file = load(path);
+    if (file == nullptr) {
+        return Lookup::OpenFailed;
+    }
+    return textOf(*file, firstMatch(*file, key), out, size);
+}
+
+Lookup FindId(const std::string& path, int32_t id, char* out, int32_t size) {
+    std::lock_guard<std::mutex> lock(cacheMutex());
+    CachedFile* file = load(path);
+    if (file == nullptr) {
+        return Lookup::OpenFailed;
+    }
+    if (id < 0 || id >= kRememberedIds) {
+        return textOf(*file, firstMatch(*file, std::to_string(id)), out, size);
+    }
+    if (file->idMatch.empty()) {
+        file->idMatch.assign(kRememberedIds, kNotLookedUp);
+    }
+    int32_t& index = file->idMatch[static_cast<size_t>(id)];
+    if (index == kNotLookedUp) {
+        index = firstMatch(*file, std::to_string(id));
+    }
+    return textOf(*file, index, out, size);
+}
+
 void ClearCache() {
     std::lock_guard<std::mutex> lock(cacheMutex());
+    forgetLastFile();
     caches().clear();
+}
+
+Pass::Pass() {
+    std::lock_guard<std::mutex> lock(cacheMutex());
+    if (g_passDepth++ == 0) {
+        ++g_passNumber;
+    }
+}
+
+Pass::~Pass() {
+    std::lock_guard<std::mutex> lock(cacheMutex());
+    --g_passDepth;
 }
 
 namespace {

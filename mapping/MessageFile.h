@@ -1,5 +1,6 @@
 // The message file behind IPMIMapping::GetINIString: "ipmisel.INI" beside the
-// plug-in, one "id=text" entry a line. Internal to the mapping subsystem.
+// plug-in, one "id=text" entry a line. Internal to the mapping subsystem, but
+// for Pass, which the exports open around their record loops.
 #pragma once
 
 #include <cstddef>
@@ -19,11 +20,29 @@ enum class Lookup {
 // the top with 512-byte line pieces would give: the first piece that contains
 // key anywhere wins, its text after the first '=' is copied (at most size
 // characters) and its line end stripped. The file's lines are kept in memory
-// per path; every lookup looks at the file (one stat()) and reads it again when
+// per path; a lookup looks at the file (one stat()) and reads it again when
 // its size, times or identity changed, or when it changed so shortly before it
-// was last read that stat() could not show a further change. The file is never
-// held open between calls.
+// was last read that stat() could not show a further change. Within a Pass
+// (below) only the first lookup of each file looks. The file is never held
+// open between calls.
 Lookup Find(const std::string& path, const std::string& key, char* out, int32_t size);
+// Find with the decimal text of id as the key; the matching line of an id is
+// remembered by number, so the key's text is made only at its first lookup.
+Lookup FindId(const std::string& path, int32_t id, char* out, int32_t size);
+
+// A stretch of lookups that is answered from one look at each file: while a
+// Pass lives, a file is looked at (stat(), read again when it changed) at its
+// first lookup in the pass, and later lookups of the pass take it as it was
+// then. The SEL export of a node opens one, so that decoding a large SEL does
+// not stat() the file several times a record. Passes nest; the outermost one
+// decides. Outside any pass every lookup looks at the file.
+class Pass {
+  public:
+    Pass();
+    ~Pass();
+    Pass(const Pass&) = delete;
+    Pass& operator=(const Pass&) = delete;
+};
 
 // Drops every cached file (tests; a long-running host that wants the memory).
 void ClearCache();

@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
 
+#include "base/format.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "sel/SELFormat.h"
@@ -36,11 +38,11 @@ void Clear(void* out, uint32_t size) {
 
 // What the caller's buffer holds after CopyOut, for the log: it may have no
 // terminator.
-std::string CopiedText(const char* out, uint32_t size) {
+std::string_view CopiedText(const char* out, uint32_t size) {
     if (!RealBuffer(size)) {
-        return std::string();
+        return std::string_view();
     }
-    return std::string(out, TextLength(out, size));
+    return std::string_view(out, TextLength(out, size));
 }
 
 // System software IDs (generator byte 7 bits 7:1 with bit 0 set) by range, to
@@ -91,17 +93,10 @@ const char* EventClassText(uint8_t type) {
     return "Unknown event type.";
 }
 
-void LogEntered(const char* op) {
-    LogF(SevTrace, "IPMISELEntry::%s() function entered.", op);
-}
-void LogCompleted(const char* op) {
-    LogF(SevTrace, "IPMISELEntry::%s() function completed.", op);
-}
-
 } // namespace
 
 int IPMISELEntry::ScanSELDataFile(const char* text, uint32_t index) {
-    LogEntered("ScanSELDataFile");
+    Log(SevTrace, "IPMISELEntry::ScanSELDataFile() function entered.");
 
     // Scan a terminated copy of the one slot, so an unterminated slot can
     // never lead the scanner into the next one or past the last.
@@ -113,10 +108,7 @@ int IPMISELEntry::ScanSELDataFile(const char* text, uint32_t index) {
 
     // A short line is not rejected: the fields it lacks stay 0.
     unsigned int f[19] = {};
-    int got = std::sscanf(line, "%x %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x", &f[0],
-                          &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10],
-                          &f[11], &f[12], &f[13], &f[14], &f[15], &f[16], &f[17], &f[18]);
-    if (got == EOF) {
+    if (ScanHexFields(line, f, 19) == EOF) {
         Log(SevDetail, "System event log end-of-file found.\n");
         Log(SevTrace, "IPMISELEntry::ScanSELDataFile() function returned.");
         return 2;
@@ -130,22 +122,24 @@ int IPMISELEntry::ScanSELDataFile(const char* text, uint32_t index) {
         bytes[i] = static_cast<uint8_t>(f[i + 3]);
     }
 
-    char trace[kScratch] = "Results of ScanSELDataFile:";
+    LogLine trace;
+    trace.Add("Results of ScanSELDataFile:");
     for (uint8_t b : bytes) {
-        TextAppendF(trace, sizeof trace, " %d", b);
+        trace.Add(" ").Add(Decimal(b));
     }
-    Log(SevTrace, trace);
-    LogCompleted("ScanSELDataFile");
+    trace.Write(SevTrace);
+    Log(SevTrace, "IPMISELEntry::ScanSELDataFile() function completed.");
     return 0;
 }
 
 int IPMISELEntry::GetRecordID(char* out, uint32_t size) {
-    LogEntered("GetRecordID");
+    Log(SevTrace, "IPMISELEntry::GetRecordID() function entered.");
     char text[kScratch] = {};
-    TextFormat(text, sizeof text, "%d", bytes[0] * 256 + bytes[1]);
+    const NumberText id = Decimal(bytes[0] * 256 + bytes[1]);
+    TextBuilder(text, sizeof text).Add(id);
     CopyOut(out, size, text);
-    LogF(SevTrace, "Record ID    = %d", bytes[0] * 256 + bytes[1]);
-    LogCompleted("GetRecordID");
+    LogLine().Add("Record ID    = ").Add(id).Write(SevTrace);
+    Log(SevTrace, "IPMISELEntry::GetRecordID() function completed.");
     return 0;
 }
 
@@ -154,7 +148,12 @@ int IPMISELEntry::GetGeneratorID(IPMIMapping& mapping, TCPluginCallbacks* cb, ch
     Log(SevTrace, "IPMISELEntry::GetGeneratorID function entered.");
     const uint8_t gen1 = bytes[7];
     const uint8_t gen2 = bytes[8];
-    LogF(SevTrace, "GenID1, GenID2 = %d %d", gen1, gen2);
+    LogLine()
+        .Add("GenID1, GenID2 = ")
+        .Add(Decimal(gen1))
+        .Add(" ")
+        .Add(Decimal(gen2))
+        .Write(SevTrace);
 
     const uint8_t id = gen1 >> 1;
     char text[kScratch] = {};
@@ -163,7 +162,7 @@ int IPMISELEntry::GetGeneratorID(IPMIMapping& mapping, TCPluginCallbacks* cb, ch
 
     if ((gen1 & 0x01) == 0) {
         // IPMB slave address, then the LUN through the file's format.
-        TextFormat(text, sizeof text, "%d (address). ", id);
+        TextBuilder(text, sizeof text).Add(Decimal(id)).Add(" (address). ");
         if (mapping.GetINIStringById(cb, kLunFormatId, message, sizeof message) != 0) {
             Log(SevError, "Error in obtaining string.");
             message[0] = '\0';
@@ -192,32 +191,32 @@ int IPMISELEntry::GetGeneratorID(IPMIMapping& mapping, TCPluginCallbacks* cb, ch
 
 int IPMISELEntry::CopySensorType(IPMIMapping& mapping, TCPluginCallbacks* cb, char* out,
                                  uint32_t size) {
-    LogEntered("CopySensorType");
+    Log(SevTrace, "IPMISELEntry::CopySensorType() function entered.");
     char name[kScratch] = {};
     mapping.GetSensorType(cb, SensorType(), name, sizeof name, SensorNumber());
     char text[kScratch] = {};
-    TextFormat(text, sizeof text, "%s", name);
+    TextCopy(text, sizeof text, name);
     CopyOut(out, size, text);
-    Log(SevTrace, "Sensor Type = " + CopiedText(out, size));
-    LogCompleted("CopySensorType");
+    LogLine().Add("Sensor Type = ").Add(CopiedText(out, size)).Write(SevTrace);
+    Log(SevTrace, "IPMISELEntry::CopySensorType() function completed.");
     return 0;
 }
 
 int IPMISELEntry::GetEventType(char* out, uint32_t size) {
-    LogEntered("GetEventType");
+    Log(SevTrace, "IPMISELEntry::GetEventType() function entered.");
     char text[kScratch] = {};
     TextCopy(text, sizeof text, (bytes[12] & 0x80) ? "Deassertion, " : "Assertion, ");
     TextAppend(text, sizeof text, EventClassText(bytes[12] & 0x7F));
     CopyOut(out, size, text);
     Log(SevTrace, text);
-    LogCompleted("GetEventType");
+    Log(SevTrace, "IPMISELEntry::GetEventType() function completed.");
     return 0;
 }
 
 int IPMISELEntry::GetEventData(IPMIMapping& mapping, TCPluginCallbacks* cb, char* out,
                                uint32_t size, const SensorConversion& conversion,
                                std::string sensorName) {
-    LogEntered("GetEventData");
+    Log(SevTrace, "IPMISELEntry::GetEventData() function entered.");
     const uint8_t type = bytes[12] & 0x7F;
     const uint8_t ed1 = bytes[13];
     const uint8_t ed2 = bytes[14];
@@ -237,31 +236,32 @@ int IPMISELEntry::GetEventData(IPMIMapping& mapping, TCPluginCallbacks* cb, char
     // Any other type (OEM 70h-7Fh, reserved) has no decoder: the text stays empty.
 
     CopyOut(out, size, text);
-    Log(SevTrace, std::string("Event Data   = ") + text);
-    LogCompleted("GetEventData");
+    LogLine().Add("Event Data   = ").Add(text).Write(SevTrace);
+    Log(SevTrace, "IPMISELEntry::GetEventData() function completed.");
     return 0;
 }
 
 int IPMISELEntry::CopyRawDataString(char* out, uint32_t size) {
-    LogEntered("CopyRawDataString");
+    Log(SevTrace, "IPMISELEntry::CopyRawDataString() function entered.");
     Clear(out, size);
     if (size < kRawString) {
         Log(SevFailure, "Buffer not big enough to copy Raw Data.");
         return 1;
     }
-    // Wire order: the record ID goes back to low byte first.
-    TextFormat(out, size,
-               "%02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x %02x",
-               bytes[1], bytes[0], bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], bytes[7],
-               bytes[8], bytes[9], bytes[10], bytes[11], bytes[12], bytes[13], bytes[14],
-               bytes[15]);
-    Log(SevDetail, "RawDataString = " + CopiedText(out, size));
-    LogCompleted("CopyRawDataString");
+    // "%02x" per byte, blank-separated, in wire order: the record ID goes
+    // back to low byte first.
+    TextBuilder raw(out, size);
+    raw.Add(HexByteLower(bytes[1])).Add(" ").Add(HexByteLower(bytes[0]));
+    for (size_t i = 2; i < 16; ++i) {
+        raw.Add(" ").Add(HexByteLower(bytes[i]));
+    }
+    LogLine().Add("RawDataString = ").Add(CopiedText(out, size)).Write(SevDetail);
+    Log(SevTrace, "IPMISELEntry::CopyRawDataString() function completed.");
     return 0;
 }
 
 int IPMISELEntry::CopyRawDataHex(uint8_t* out, uint32_t size) {
-    LogEntered("CopyRawDataHex");
+    Log(SevTrace, "IPMISELEntry::CopyRawDataHex() function entered.");
     if (size < kRawHex) {
         Log(SevFailure, "Buffer not big enough to copy Raw Hex Data.");
         return 1;
@@ -270,12 +270,12 @@ int IPMISELEntry::CopyRawDataHex(uint8_t* out, uint32_t size) {
     out[0] = bytes[1];
     out[1] = bytes[0];
     std::memcpy(out + 2, bytes + 2, 14);
-    LogCompleted("CopyRawDataHex");
+    Log(SevTrace, "IPMISELEntry::CopyRawDataHex() function completed.");
     return 0;
 }
 
 int IPMISELEntry::GetShutDownEvent(char* out, uint32_t size) {
-    LogEntered("GetShutDownEvent");
+    Log(SevTrace, "IPMISELEntry::GetShutDownEvent() function entered.");
     Clear(out, size);
     char text[kScratch] = {};
     if (bytes[10] != 0) {
@@ -295,52 +295,52 @@ int IPMISELEntry::GetShutDownEvent(char* out, uint32_t size) {
         }
     }
     CopyOut(out, size, text);
-    LogCompleted("GetShutDownEvent");
+    Log(SevTrace, "IPMISELEntry::GetShutDownEvent() function completed.");
     return 0;
 }
 
 bool IPMISELEntry::GetOEMxC0(IPMIMapping& mapping, TCPluginCallbacks* cb, char* out,
                              uint32_t size) {
-    LogEntered("GetOEMxC0");
+    Log(SevTrace, "IPMISELEntry::GetOEMxC0() function entered.");
     Clear(out, size);
     // Byte 15 is not part of the C0h payload the decoder reads.
     const int rc = mapping.GetOEMxC0(cb, bytes[7], bytes[8], bytes[9], bytes[10], bytes[11],
                                      bytes[12], bytes[13], bytes[14], out, size);
-    LogCompleted("GetOEMxC0");
+    Log(SevTrace, "IPMISELEntry::GetOEMxC0() function completed.");
     return rc != 0;
 }
 
 bool IPMISELEntry::GetOEMxC1(IPMIMapping& mapping, TCPluginCallbacks* cb, char* out,
                              uint32_t size) {
-    LogEntered("GetOEMxC1");
+    Log(SevTrace, "IPMISELEntry::GetOEMxC1() function entered.");
     Clear(out, size);
     const int rc = mapping.GetOEMxC1(cb, bytes[7], bytes[8], bytes[9], bytes[10], bytes[11],
                                      bytes[12], bytes[13], out, size);
-    LogCompleted("GetOEMxC1");
+    Log(SevTrace, "IPMISELEntry::GetOEMxC1() function completed.");
     return rc != 0;
 }
 
 bool IPMISELEntry::GetOEMxE0(IPMIMapping& mapping, TCPluginCallbacks* cb, char* out,
                              uint32_t size) {
-    LogEntered("GetOEMxE0");
+    Log(SevTrace, "IPMISELEntry::GetOEMxE0() function entered.");
     Clear(out, size);
     // Bytes 12-14 are left out on purpose: the E0h decoder reads byte 15 in
     // the place after byte 11.
     const uint8_t payload[10] = {bytes[3], bytes[4], bytes[5],  bytes[6],  bytes[7],
                                  bytes[8], bytes[9], bytes[10], bytes[11], bytes[15]};
     const int rc = mapping.GetOEMxE0(cb, payload, out, size);
-    LogCompleted("GetOEMxE0");
+    Log(SevTrace, "IPMISELEntry::GetOEMxE0() function completed.");
     return rc != 0;
 }
 
 bool IPMISELEntry::GetOEMxE1(IPMIMapping& mapping, TCPluginCallbacks* cb, char* out,
                              uint32_t size) {
-    LogEntered("GetOEMxE1");
+    Log(SevTrace, "IPMISELEntry::GetOEMxE1() function entered.");
     Clear(out, size);
     uint8_t payload[13];
     std::memcpy(payload, bytes + 3, sizeof payload);
     const int rc = mapping.GetOEMxE1(cb, payload, out, size);
-    LogCompleted("GetOEMxE1");
+    Log(SevTrace, "IPMISELEntry::GetOEMxE1() function completed.");
     return rc != 0;
 }
 

@@ -1,7 +1,9 @@
 #include "sel/SELFormat.h"
 
 #include <cstring>
+#include <string_view>
 
+#include "base/format.h"
 #include "base/text.h"
 
 namespace ipmisel {
@@ -39,6 +41,17 @@ bool IsSingleNumberFormat(const char* fmt) {
 }
 
 void FormatWithNumber(char* dst, size_t size, const char* fmt, int value) {
+    // The file's formats are plain "%d" texts, formatted for every record:
+    // those are put together without printf.
+    const char* conversion = std::strchr(fmt, '%');
+    if (conversion != nullptr && conversion[1] == 'd' &&
+        std::strchr(conversion + 2, '%') == nullptr) {
+        TextBuilder(dst, size)
+            .Add(std::string_view(fmt, static_cast<size_t>(conversion - fmt)))
+            .Add(Decimal(value))
+            .Add(conversion + 2);
+        return;
+    }
     if (IsSingleNumberFormat(fmt)) {
         TextFormat(dst, size, fmt, value);
     } else {

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <string>
 
+#include "base/format.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "ipmi/IPMIRequestFrame.h"
@@ -148,11 +149,15 @@ int IPMISELEntry::GetTimestamp(char* out, uint32_t size, TCIMDateTime diffTime, 
 
         char text[kStampText] = {};
         TextCopy(text, sizeof text, stamp.ToString().c_str());
-        LogF(SevTrace, "RawTimeStamp = %lld\n         PreTimeStamp = %s",
-             static_cast<long long>(raw), text);
+        LogLine()
+            .Add("RawTimeStamp = ")
+            .Add(Decimal(raw))
+            .Add("\n         PreTimeStamp = ")
+            .Add(text)
+            .Write(SevTrace);
 
         CopyOut(out, size, text);
-        Log(SevTrace, std::string("Timestamp = ") + text);
+        LogLine().Add("Timestamp = ").Add(text).Write(SevTrace);
         Log(SevTrace, "IPMISELEntry::GetTimestamp() function completed.");
     } catch (const TQSVException& e) {
         // The only exception raised here is the unconvertible time (21).

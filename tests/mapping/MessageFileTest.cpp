@@ -103,6 +103,68 @@ TEST(MessageFile, EveryLookupSeesTheFileAsItIsNow) {
     EXPECT_NE(h.mapping.GetGenericOffset(h.cb(), 0, 0, 0, 3, 0, 0, out, sizeof out), 0);
 }
 
+TEST(MessageFile, APassLooksAtTheFileOnceAtItsFirstLookup) {
+    MappingHost h("105=old\n");
+    auto byId = [&h](int32_t id) {
+        char out[64] = {};
+        h.mapping.GetINIStringById(h.cb(), id, out, sizeof out);
+        return std::string(out);
+    };
+    {
+        const message::Pass pass;
+        EXPECT_EQ(byId(105), "old");
+        h.writeFile("105=new text\n");
+        EXPECT_EQ(byId(105), "old");
+        EXPECT_EQ(h.text(105), "old");
+        {
+            const message::Pass inner; // nested: the outer pass still decides
+            EXPECT_EQ(byId(105), "old");
+        }
+        EXPECT_EQ(byId(105), "old");
+    }
+    // Outside a pass, and at the first lookup of the next one, the file as it is.
+    EXPECT_EQ(byId(105), "new text");
+    h.writeFile("105=third\n");
+    const message::Pass next;
+    EXPECT_EQ(byId(105), "third");
+    std::remove((h.folder + "/ipmisel.INI").c_str());
+    EXPECT_EQ(byId(105), "third");
+}
+
+TEST(MessageFile, LookupsByIdAnswerAsLookupsByText) {
+    // Ids remembered by number and ids beyond them, the substring rule
+    // included: 5 and -5 find the first line holding those characters.
+    MappingHost h("105=Upper\n2050=high\n7=a -5 b\n106=\n");
+    auto byId = [&h](int32_t id, int* result) {
+        char out[64];
+        std::memset(out, 'x', sizeof out);
+        *result = h.mapping.GetINIStringById(h.cb(), id, out, sizeof out);
+        return std::string(out, strnlen(out, sizeof out));
+    };
+    auto logText = [&h](size_t from, size_t to) {
+        std::string all;
+        for (size_t i = from; i < to; ++i) {
+            all += std::to_string(h.capture.logs[i].severity) + h.capture.logs[i].text + "|";
+        }
+        return all;
+    };
+    for (int32_t id : {105, 5, 2050, 50, -5, 106, 999}) {
+        const size_t before = h.capture.logs.size();
+        int textResult = -1;
+        const std::string text = h.lookup(std::to_string(id), &textResult, 64);
+        const size_t between = h.capture.logs.size();
+        int idResult = -2;
+        EXPECT_EQ(byId(id, &idResult), text) << id;
+        EXPECT_EQ(idResult, textResult) << id;
+        EXPECT_EQ(logText(between, h.capture.logs.size()), logText(before, between)) << id;
+    }
+    EXPECT_TRUE(h.capture.hasLog(SevError, "Can't find data id '106'"));
+    int result = -1;
+    // What is remembered by id goes with the text it came from.
+    h.writeFile("1=one\n5=five\n105=Upper\n");
+    EXPECT_EQ(byId(5, &result), "five");
+}
+
 size_t openDescriptors() {
     auto fds = std::filesystem::directory_iterator("/proc/self/fd");
     return static_cast<size_t>(std::distance(begin(fds), end(fds)));

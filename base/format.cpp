@@ -1,0 +1,214 @@
+#include "base/format.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+namespace ipmisel {
+
+namespace {
+
+constexpr char kUpperDigits[] = "0123456789ABCDEF";
+constexpr char kLowerDigits[] = "0123456789abcdef";
+
+// Sizes from signed callers arrive as huge unsigned values; nothing that big
+// is a real buffer (the same rule as text.cpp).
+bool usableSize(size_t size) {
+    return size > 0 && size < (size_t{1} << 31);
+}
+
+// The length to_chars reached in n.text (none when it ran out of room).
+NumberText& fromChars(NumberText& n, std::to_chars_result result) {
+    n.length = result.ec == std::errc() ? static_cast<uint8_t>(result.ptr - n.text) : 0;
+    return n;
+}
+
+// Value of a hexadecimal digit, -1 for any other character.
+constexpr std::array<int8_t, 256> makeDigitValues() {
+    std::array<int8_t, 256> values{};
+    for (int c = 0; c < 256; ++c) {
+        values[c] = -1;
+    }
+    for (int d = 0; d < 10; ++d) {
+        values['0' + d] = static_cast<int8_t>(d);
+    }
+    for (int d = 0; d < 6; ++d) {
+        values['a' + d] = static_cast<int8_t>(10 + d);
+        values['A' + d] = static_cast<int8_t>(10 + d);
+    }
+    return values;
+}
+constexpr std::array<int8_t, 256> kDigitValue = makeDigitValues();
+
+// isspace() of the "C" locale, which is what the scan skips.
+bool isBlank(unsigned char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+constexpr HexByteTable makeHexByteText() {
+    HexByteTable table{};
+    for (int b = 0; b < 256; ++b) {
+        table[b] = {kUpperDigits[b >> 4], kUpperDigits[b & 0x0F], ' '};
+    }
+    return table;
+}
+
+} // namespace
+
+const HexByteTable kHexByteText = makeHexByteText();
+
+NumberText Decimal(int64_t value) {
+    NumberText n;
+    return fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value));
+}
+
+NumberText HexByte(uint8_t value) {
+    NumberText n;
+    n.text[0] = kUpperDigits[value >> 4];
+    n.text[1] = kUpperDigits[value & 0x0F];
+    n.length = 2;
+    return n;
+}
+
+NumberText HexByteLower(uint8_t value) {
+    NumberText n;
+    n.text[0] = kLowerDigits[value >> 4];
+    n.text[1] = kLowerDigits[value & 0x0F];
+    n.length = 2;
+    return n;
+}
+
+NumberText Hex(uint32_t value) {
+    NumberText n;
+    return fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value, 16));
+}
+
+namespace {
+
+// A whole number that every printf form below writes as its digits alone.
+bool isSmallWholeNumber(double value, double limit) {
+    return value > -limit && value < limit &&
+           value == static_cast<double>(static_cast<int64_t>(value)) &&
+           !(value == 0.0 && std::signbit(value));
+}
+
+} // namespace
+
+NumberText Fixed(float value, int precision) {
+    // Readings are mostly whole numbers: their digits, the point and zeros.
+    if (precision > 0 && precision <= 9 && isSmallWholeNumber(value, 1e15)) {
+        NumberText n = Decimal(static_cast<int64_t>(value));
+        n.text[n.length++] = '.';
+        for (int i = 0; i < precision; ++i) {
+            n.text[n.length++] = '0';
+        }
+        return n;
+    }
+    // printf widens a float to double; so does this, for the same digits.
+    NumberText n;
+    return fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, static_cast<double>(value),
+                                      std::chars_format::fixed, precision));
+}
+
+NumberText General(double value) {
+    // Six significant digits: a whole number below a million is written as
+    // its digits (from 1e6 on "%g" turns to the exponent form).
+    if (isSmallWholeNumber(value, 1e6)) {
+        return Decimal(static_cast<int64_t>(value));
+    }
+    NumberText n;
+    return fromChars(
+        n, std::to_chars(n.text, n.text + sizeof n.text, value, std::chars_format::general, 6));
+}
+
+TextBuilder::TextBuilder(char* buf, size_t size) : TextBuilder(buf, size, 0, usableSize(size)) {
+    if (usable_) {
+        buf_[0] = '\0';
+    }
+}
+
+TextBuilder::TextBuilder(char* buf, size_t size, size_t length, bool usable)
+    : buf_(buf), size_(size), length_(length), usable_(usable) {}
+
+TextBuilder TextBuilder::Appending(char* buf, size_t size) {
+    if (!usableSize(size)) {
+        return TextBuilder(buf, size, 0, false);
+    }
+    const size_t used = strnlen(buf, size);
+    return TextBuilder(buf, size, used, used < size);
+}
+
+TextBuilder& TextBuilder::Add(const char* text) {
+    if (usable_) {
+        Add(std::string_view(text, strnlen(text, size_ - 1 - length_)));
+    }
+    return *this;
+}
+
+// What glibc's scanf does for "%x": skip blanks (the end of the text there
+// ends the whole scan), an optional sign, a "0" that may be followed by an
+// "x" or "X" which is passed over, then hexadecimal digits; the digits
+// collected (sign and leading "0" included, never the "x") are converted by
+// strtoul and the result is cut to unsigned int. A field with no digit at
+// all is a matching failure that ends the scan.
+int ScanHexFields(const char* text, unsigned int* fields, int count) {
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+    int done = 0;
+    for (int i = 0; i < count; ++i) {
+        while (isBlank(*p)) {
+            ++p;
+        }
+        if (*p == '\0') {
+            return done == 0 ? EOF : done;
+        }
+        // The house text: two digits and no third. Everything the rules
+        // below do with such a field comes to the same value.
+        const int high = kDigitValue[p[0]];
+        const int low = high >= 0 ? kDigitValue[p[1]] : -1;
+        if (low >= 0 && kDigitValue[p[2]] < 0) {
+            fields[i] = static_cast<unsigned int>(high << 4 | low);
+            ++done;
+            p += 2;
+            continue;
+        }
+        bool negative = false;
+        bool digits = false;
+        if (*p == '+' || *p == '-') {
+            negative = *p == '-';
+            ++p;
+        }
+        if (*p == '0') {
+            digits = true;
+            ++p;
+            if (*p == 'x' || *p == 'X') {
+                ++p;
+            }
+        }
+        unsigned long value = 0;
+        bool overflow = false;
+        for (int d; (d = kDigitValue[*p]) >= 0; ++p) {
+            digits = true;
+            if (value > (ULONG_MAX >> 4)) {
+                overflow = true;
+            }
+            value = value << 4 | static_cast<unsigned long>(d);
+        }
+        if (!digits) {
+            return done;
+        }
+        if (overflow) {
+            value = ULONG_MAX;
+        } else if (negative) {
+            value = 0UL - value;
+        }
+        fields[i] = static_cast<unsigned int>(value);
+        ++done;
+    }
+    return done;
+}
+
+} // namespace ipmisel

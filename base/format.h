@@ -1,0 +1,79 @@
+// Numbers as text without printf, and the "%x" scan of response text.
+//
+// Every SEL record passes through a few dozen formatted pieces (log lines,
+// record IDs, readings) and two scans of its hexadecimal text; through
+// vsnprintf and sscanf those cost more than everything else the plug-in does
+// with the record. The pieces here give exactly the characters of the printf
+// conversion each one names, so texts and log lines stay what they were.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace ipmisel {
+
+// One formatted number, held by value so it can be handed straight to a
+// builder: TextBuilder(buf, size).Add("ID ").Add(Decimal(id)).
+struct NumberText {
+    char text[64]; // the longest: "%.9f" of the lowest float, 39 digits, sign, point, 9 digits
+    uint8_t length = 0;
+    std::string_view View() const { return std::string_view(text, length); }
+};
+
+NumberText Decimal(int64_t value);            // "%d", "%u", "%lld"
+NumberText HexByte(uint8_t value);            // "%02X"
+NumberText HexByteLower(uint8_t value);       // "%02x"
+NumberText Hex(uint32_t value);               // "%x"
+NumberText Fixed(float value, int precision); // "%.<precision>f", precision 0..9
+NumberText General(double value);             // "%g"
+
+// "%02X " for every byte value, as three characters (no terminator): the
+// house form of a response byte.
+using HexByteTable = std::array<std::array<char, 3>, 256>;
+extern const HexByteTable kHexByteText;
+
+// Builds a text in a caller's fixed buffer the way a chain of TextCopy,
+// TextAppend and TextAppendF calls would: what does not fit is cut at
+// size - 1 and the text is always terminated. A size of 0 or of 2^31 and
+// more writes nothing at all, as with the other text helpers.
+class TextBuilder {
+  public:
+    // Starts an empty text in buf.
+    TextBuilder(char* buf, size_t size);
+    // Continues the terminated text already in buf; when buf holds no
+    // terminator within size, nothing is appended (as TextAppend).
+    static TextBuilder Appending(char* buf, size_t size);
+
+    TextBuilder& Add(const char* text); // up to its terminator
+    TextBuilder& Add(std::string_view text) {
+        if (usable_) {
+            const size_t room = size_ - 1 - length_;
+            const size_t n = text.size() < room ? text.size() : room;
+            std::memcpy(buf_ + length_, text.data(), n);
+            length_ += n;
+            buf_[length_] = '\0';
+        }
+        return *this;
+    }
+    TextBuilder& Add(const NumberText& number) { return Add(number.View()); }
+
+    size_t Length() const { return length_; }
+
+  private:
+    TextBuilder(char* buf, size_t size, size_t length, bool usable);
+    char* buf_;
+    size_t size_;
+    size_t length_;
+    bool usable_;
+};
+
+// The fields of text as sscanf(text, "%x %x ... %x", ...) with `count`
+// conversions reads them: the same values and the same result (the number of
+// fields converted, or EOF when the text ends before the first one). Fields
+// that are not converted are left as they are.
+int ScanHexFields(const char* text, unsigned int* fields, int count);
+
+} // namespace ipmisel
