@@ -216,8 +216,8 @@ std::unique_ptr<CLI::App> makeApp(Raw& raw, const std::string& program,
 
     once("--plugin", raw.plugin, "PATH", kProgram,
          "the plug-in to load (default: ipmisel.so beside this\n"
-         "program; its message file ipmisel.INI must lie\n"
-         "beside it)");
+         "program, else the installed one in ../lib/ipmisel/;\n"
+         "its message file ipmisel.INI must lie beside it)");
     app->add_flag("-h,--help", raw.help, "this text")->group(kProgram);
     app->add_flag("--version", raw.version, "the program's version")->group(kProgram);
     return app;
