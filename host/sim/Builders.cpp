@@ -84,6 +84,11 @@ void finishLength(std::vector<uint8_t>& out) {
 
 std::vector<uint8_t> parseHex(std::string_view text) {
     std::vector<uint8_t> out;
+    // Two digits a byte, with or without blanks between: room for them all
+    // at once instead of growing byte by byte.
+    out.reserve(static_cast<size_t>(
+                    std::count_if(text.begin(), text.end(), [](char c) { return !isBlank(c); })) /
+                2);
     int high = -1;
     for (char c : text) {
         if (isBlank(c)) {

@@ -1,5 +1,6 @@
 #include "host/sim/FieldReader.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -67,26 +68,50 @@ bool parseNumberText(const std::string& s, int64_t& out) {
 } // namespace
 
 std::string typeName(const json& v) {
-    switch (v.type()) {
-    case json::value_t::number_integer:
-    case json::value_t::number_unsigned:
-        return "an integer";
-    case json::value_t::number_float:
-        return "a fraction";
-    case json::value_t::string:
-        return "a string";
-    case json::value_t::boolean:
-        return "a boolean";
-    case json::value_t::array:
-        return "a list";
-    case json::value_t::object:
-        return "an object";
-    default:
-        return "null";
+    if (v.IsNumber()) {
+        return v.IsDouble() ? "a fraction" : "an integer";
     }
+    if (v.IsString()) {
+        return "a string";
+    }
+    if (v.IsBool()) {
+        return "a boolean";
+    }
+    if (v.IsArray()) {
+        return "a list";
+    }
+    return v.IsObject() ? "an object" : "null";
 }
 
 // ---- ValueReader -------------------------------------------------------------------
+
+void ValueReader::appendIndex(std::string& place, size_t i) {
+    char digits[24];
+    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, i);
+    place += '[';
+    place.append(digits, end);
+    place += ']';
+}
+
+std::vector<const json::Member*> ValueReader::sortedMembers(const json& obj) {
+    std::vector<const json::Member*> members;
+    for (auto m = obj.MemberBegin(); m != obj.MemberEnd(); ++m) {
+        members.push_back(&*m);
+    }
+    // By key, and a repeated key's members in the order written, so that
+    // the last of them is the one kept.
+    std::stable_sort(members.begin(), members.end(), [](const auto* a, const auto* b) {
+        return textOf(a->name) < textOf(b->name);
+    });
+    std::vector<const json::Member*> once;
+    for (size_t i = 0; i < members.size(); ++i) {
+        if (i + 1 < members.size() && textOf(members[i]->name) == textOf(members[i + 1]->name)) {
+            continue;
+        }
+        once.push_back(members[i]);
+    }
+    return once;
+}
 
 void ValueReader::fail(const std::string& place, const std::string& problem) const {
     throw ScenarioError(oneLine(origin_ + ": " + (place.empty() ? "" : place + ": ") + problem));
@@ -96,18 +121,18 @@ int64_t ValueReader::number(const json& v, const std::string& place, int64_t min
                             int64_t max) const {
     int64_t value = 0;
     std::string shown;
-    if (v.is_number_unsigned()) {
-        uint64_t u = v.get<uint64_t>();
+    if (v.IsUint64()) {
+        uint64_t u = v.GetUint64();
         if (u > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
             fail(place, std::to_string(u) + " is out of range " + range(min, max));
         }
         value = static_cast<int64_t>(u);
         shown = std::to_string(u);
-    } else if (v.is_number_integer()) {
-        value = v.get<int64_t>();
+    } else if (v.IsInt64()) {
+        value = v.GetInt64();
         shown = std::to_string(value);
-    } else if (v.is_string()) {
-        shown = v.get<std::string>();
+    } else if (v.IsString()) {
+        shown = textOf(v);
         if (!parseNumberText(shown, value)) {
             fail(place, "\"" + shown + "\" is not a number (write 31, \"31\" or \"0x1F\")");
         }
@@ -121,16 +146,16 @@ int64_t ValueReader::number(const json& v, const std::string& place, int64_t min
 }
 
 std::vector<uint8_t> ValueReader::bytes(const json& v, const std::string& place) const {
-    if (v.is_string()) {
+    if (v.IsString()) {
         try {
-            return parseHex(v.get<std::string>());
+            return parseHex(textOf(v));
         } catch (const std::invalid_argument& e) {
             fail(place, std::string("not hex bytes: ") + e.what());
         }
     }
-    if (v.is_array()) {
+    if (v.IsArray()) {
         std::vector<uint8_t> out;
-        for (size_t i = 0; i < v.size(); ++i) {
+        for (rapidjson::SizeType i = 0; i < v.Size(); ++i) {
             out.push_back(static_cast<uint8_t>(number(v[i], item(place, i), 0, 255)));
         }
         return out;
@@ -149,29 +174,29 @@ std::vector<uint8_t> ValueReader::fixedBytes(const json& v, const std::string& p
 }
 
 bool ValueReader::flag(const json& v, const std::string& place) const {
-    if (!v.is_boolean()) {
+    if (!v.IsBool()) {
         fail(place, "expected true or false, got " + typeName(v));
     }
-    return v.get<bool>();
+    return v.GetBool();
 }
 
 std::string ValueReader::text(const json& v, const std::string& place) const {
-    if (!v.is_string()) {
+    if (!v.IsString()) {
         fail(place, "expected a string, got " + typeName(v));
     }
-    return v.get<std::string>();
+    return std::string(textOf(v));
 }
 
 const json& ValueReader::list(const json& v, const std::string& place) const {
-    if (!v.is_array()) {
+    if (!v.IsArray()) {
         fail(place, "expected a list, got " + typeName(v));
     }
     return v;
 }
 
 uint32_t ValueReader::timestamp(const json& v, const std::string& place) const {
-    if (v.is_string()) {
-        const std::string s = v.get<std::string>();
+    if (v.IsString()) {
+        const std::string s(textOf(v));
         if (s.size() >= 10 && s[4] == '-') {
             return dateTime(s, place);
         }
@@ -212,25 +237,58 @@ uint32_t ValueReader::dateTime(const std::string& s, const std::string& place) c
 
 // ---- FieldReader -------------------------------------------------------------------
 
-FieldReader::FieldReader(const ValueReader& values, const json& obj, std::string place,
+FieldReader::FieldReader(const ValueReader& values, const json& obj, const std::string& place,
                          const char* what)
-    : values_(values), obj_(obj), place_(std::move(place)) {
-    if (!obj.is_object()) {
+    : values_(values), obj_(obj), place_(place) {
+    if (!obj.IsObject()) {
         values_.fail(place_, std::string("expected ") + what + ", got " + typeName(obj));
     }
 }
 
+const json* FieldReader::find(const char* k, bool mark) const {
+    const std::string_view key(k);
+    const json* found = nullptr;
+    size_t i = 0;
+    for (auto m = obj_.MemberBegin(); m != obj_.MemberEnd(); ++m, ++i) {
+        if (keyOf(m) != key) {
+            continue;
+        }
+        found = &m->value;
+        if (!mark) {
+            continue;
+        }
+        if (i < 64) {
+            knownFirst_ |= uint64_t{1} << i;
+        } else {
+            knownRest_.resize(std::max(knownRest_.size(), i - 63));
+            knownRest_[i - 64] = true;
+        }
+    }
+    return found;
+}
+
+bool FieldReader::known(size_t i) const {
+    return i < 64 ? (knownFirst_ >> i) & 1 : i - 64 < knownRest_.size() && knownRest_[i - 64];
+}
+
 const json* FieldReader::get(const char* k) {
-    known_.insert(k);
-    auto it = obj_.find(k);
-    return it == obj_.end() ? nullptr : &*it;
+    return find(k, true);
 }
 
 void FieldReader::finish() const {
-    for (auto it = obj_.begin(); it != obj_.end(); ++it) {
-        if (it.key() != "comment" && !known_.count(it.key())) {
-            values_.fail(place_, "unknown key \"" + it.key() + "\"");
+    // Of several unknown keys the first in sorted order is named.
+    const json::Member* first = nullptr;
+    size_t i = 0;
+    for (auto m = obj_.MemberBegin(); m != obj_.MemberEnd(); ++m, ++i) {
+        if (known(i) || keyOf(m) == "comment") {
+            continue;
         }
+        if (!first || keyOf(m) < textOf(first->name)) {
+            first = &*m;
+        }
+    }
+    if (first) {
+        values_.fail(place_, "unknown key \"" + std::string(textOf(first->name)) + "\"");
     }
 }
 

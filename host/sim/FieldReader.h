@@ -14,20 +14,30 @@
 #include <initializer_list>
 #include <limits>
 #include <optional>
-#include <set>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <rapidjson/document.h>
 
 namespace ipmisel::sim::scenario {
 
-using json = nlohmann::json;
+// A value of the scenario document. Objects keep their keys as written; where
+// the order or a repeated key matters, they are read as a map of sorted keys
+// in which the last of a repeated key counts (FieldReader, eachNumberedKey).
+using json = rapidjson::Value;
 
 // "an integer", "a string", "a list", ... for "expected X, got Y".
 std::string typeName(const json& v);
+
+inline std::string_view textOf(const json& v) {
+    return {v.GetString(), v.GetStringLength()};
+}
+inline std::string_view keyOf(const json::ConstMemberIterator& m) {
+    return textOf(m->name);
+}
 
 // Reads bare values and knows which file they came from.
 class ValueReader {
@@ -59,33 +69,47 @@ class ValueReader {
     // "T" may be a blank; the seconds and the "Z" may be left out).
     uint32_t timestamp(const json& v, const std::string& place) const;
 
-    // Calls read(item, place) for each item of a list.
+    // Calls read(item, place) for each item of a list. The place is one
+    // buffer rewritten for each item: a recording holds many thousands.
     template <class Read>
     void eachItem(const json& v, const std::string& place, Read&& read) const {
         list(v, place);
-        for (size_t i = 0; i < v.size(); ++i) {
-            read(v[i], item(place, i));
+        std::string here;
+        for (rapidjson::SizeType i = 0; i < v.Size(); ++i) {
+            here.assign(place);
+            appendIndex(here, i);
+            read(v[i], here);
         }
     }
 
     // Calls read(number, value, place) for each key of an object that is a
-    // number 0..255 ("0", "0x01"); a key that is not one is refused.
+    // number 0..255 ("0", "0x01"), in sorted order; a key that is not one is
+    // refused.
     template <class Read>
     void eachNumberedKey(const json& obj, const std::string& place, bool skipComment,
                          Read&& read) const {
-        for (auto it = obj.begin(); it != obj.end(); ++it) {
-            if (skipComment && it.key() == "comment") {
+        for (const json::Member* m : sortedMembers(obj)) {
+            const std::string_view k = textOf(m->name);
+            if (skipComment && k == "comment") {
                 continue;
             }
-            std::string here = place + "[\"" + it.key() + "\"]";
-            read(static_cast<uint8_t>(number(json(it.key()), here, 0, 255)), it.value(), here);
+            std::string here = place + "[\"" + std::string(k) + "\"]";
+            read(static_cast<uint8_t>(number(m->name, here, 0, 255)), m->value, here);
         }
     }
 
+    // A place buffer for one value at a time (FieldReader's leaf reads), so
+    // that naming a key costs no allocation.
+    std::string& scratch() const { return scratch_; }
+
   private:
+    static void appendIndex(std::string& place, size_t i);
+    // The members of an object ordered by key, each key once (its last value).
+    static std::vector<const json::Member*> sortedMembers(const json& obj);
     uint32_t dateTime(const std::string& s, const std::string& place) const;
 
     std::string origin_;
+    mutable std::string scratch_;
 };
 
 // The keys of one JSON object, read one by one with their checks; whatever
@@ -95,11 +119,12 @@ class ValueReader {
 class FieldReader {
   public:
     // `what` names the object in "expected <what>, got ..." when it is none.
-    FieldReader(const ValueReader& values, const json& obj, std::string place,
+    // `place` must outlive the reader.
+    FieldReader(const ValueReader& values, const json& obj, const std::string& place,
                 const char* what = "an object");
 
     const ValueReader& values() const { return values_; }
-    bool has(const char* k) const { return obj_.contains(k); }
+    bool has(const char* k) const { return find(k, false) != nullptr; }
     std::string at(const char* k) const { return ValueReader::key(place_, k); }
     const std::string& place() const { return place_; }
 
@@ -159,23 +184,38 @@ class FieldReader {
 
   private:
     // Reads key k, when it is there, with convert(value, place): a member of
-    // ValueReader or a callable.
+    // ValueReader or a callable. Conversions read bare values and never come
+    // back here, so the place can live in the reader's scratch buffer.
     template <class T, class Convert> bool read(const char* k, T& out, Convert convert) {
         const json* v = get(k);
         if (v) {
+            std::string& here = values_.scratch();
+            here.assign(place_);
+            if (!here.empty()) {
+                here += '.';
+            }
+            here += k;
             if constexpr (std::is_member_function_pointer_v<Convert>) {
-                out = (values_.*convert)(*v, at(k));
+                out = (values_.*convert)(*v, here);
             } else {
-                out = convert(*v, at(k));
+                out = convert(*v, here);
             }
         }
         return v != nullptr;
     }
 
+    // The value of the last key k (a repeated key's last value counts);
+    // `mark` records every key of that name as asked for.
+    const json* find(const char* k, bool mark) const;
+
     const ValueReader& values_;
     const json& obj_;
-    std::string place_;
-    std::set<std::string> known_;
+    const std::string& place_;
+    // Which members a getter asked for, by position: a bit each for the first
+    // 64, the rest (a rare object that large) in a list.
+    bool known(size_t i) const;
+    mutable uint64_t knownFirst_ = 0;
+    mutable std::vector<bool> knownRest_;
 };
 
 } // namespace ipmisel::sim::scenario

@@ -2,9 +2,10 @@
 // own file (ScenarioSections.h); all of them read through FieldReader.h.
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <map>
-#include <sstream>
+
+#include <nlohmann/json.hpp>
 
 #include "host/sim/ScenarioSections.h"
 
@@ -29,7 +30,13 @@ uint16_t recordId(const std::vector<uint8_t>& record) {
 
 void checkRecordIds(const ValueReader& values, const std::vector<std::vector<uint8_t>>& records,
                     const std::string& place) {
-    std::map<uint16_t, size_t> seen;
+    if (records.empty()) {
+        return;
+    }
+    // Where each ID was first seen; a table of all 65,536 is cheaper than a
+    // map once a SEL is large, and small enough when it is not.
+    constexpr uint32_t kUnseen = UINT32_MAX;
+    std::vector<uint32_t> seen(0x10000, kUnseen);
     for (size_t i = 0; i < records.size(); ++i) {
         uint16_t id = recordId(records[i]);
         if (id == 0x0000 || id == 0xFFFF) {
@@ -37,12 +44,12 @@ void checkRecordIds(const ValueReader& values, const std::vector<std::vector<uin
                         "record ID " + hex16(id) +
                             " is reserved (0000h asks for the first record, FFFFh for the last)");
         }
-        auto [it, fresh] = seen.emplace(id, i);
-        if (!fresh) {
+        if (seen[id] != kUnseen) {
             values.fail(ValueReader::item(place, i), "record ID " + hex16(id) +
                                                          " is already used by [" +
-                                                         std::to_string(it->second) + "]");
+                                                         std::to_string(seen[id]) + "]");
         }
+        seen[id] = static_cast<uint32_t>(i);
     }
 }
 
@@ -81,7 +88,8 @@ NodeSetup parseNode(const ValueReader& values, const json& v, const std::string&
 Scenario parseDocument(const ValueReader& values, const json& doc, const std::string& origin) {
     Scenario s;
     s.origin = origin;
-    FieldReader f(values, doc, "", "a JSON object at the top");
+    static const std::string top;
+    FieldReader f(values, doc, top, "a JSON object at the top");
     readPlatform(values, f, s);
     if (const json* nodes = f.get("nodes")) {
         values.eachItem(*nodes, "nodes", [&](const json& node, const std::string& here) {
@@ -111,18 +119,128 @@ void readRecords(FieldReader& f, std::vector<std::vector<uint8_t>>& records,
 
 } // namespace scenario
 
-Scenario parseScenario(const std::string& text, const std::string& origin) {
-    scenario::ValueReader values(origin);
-    scenario::json doc;
+namespace scenario {
+
+namespace {
+
+// Text that both JSON parsers read alike: printable ASCII and the blanks JSON
+// allows, no \u escape. 8-bit bytes, escaped code points (a lone surrogate,
+// say) and control characters are where their checks differ.
+bool plainAscii(const std::string& text) {
+    // Eight bytes at a time while all are 20h..7Fh, byte by byte where not.
+    constexpr uint64_t kHigh = 0x8080808080808080ULL, kSpace = 0x2020202020202020ULL;
+    size_t i = 0;
+    while (i < text.size()) {
+        if (i + 8 <= text.size()) {
+            uint64_t w;
+            std::memcpy(&w, text.data() + i, 8);
+            if (((w | (w - kSpace)) & kHigh) == 0) {
+                i += 8;
+                continue;
+            }
+        }
+        for (const size_t end = std::min(i + 8, text.size()); i < end; ++i) {
+            const auto c = static_cast<unsigned char>(text[i]);
+            if ((c < 0x20 && c != '\t' && c != '\n' && c != '\r') || c >= 0x80) {
+                return false;
+            }
+        }
+    }
+    return text.find("\\u") == std::string::npos;
+}
+
+// Deeper than any scenario value the parser looks at: below this a list or
+// object is only ever asked what it is, so its contents need not be copied.
+constexpr int kDeepestRead = 64;
+
+void copyValue(const nlohmann::json& from, json& to, rapidjson::Document::AllocatorType& alloc,
+               int depth) {
+    using T = nlohmann::json::value_t;
+    switch (from.type()) {
+    case T::object:
+        to.SetObject();
+        if (depth < kDeepestRead) {
+            for (auto it = from.begin(); it != from.end(); ++it) {
+                json key(it.key().data(), static_cast<rapidjson::SizeType>(it.key().size()), alloc);
+                json value;
+                copyValue(it.value(), value, alloc, depth + 1);
+                to.AddMember(key, value, alloc);
+            }
+        }
+        break;
+    case T::array:
+        to.SetArray();
+        if (depth < kDeepestRead) {
+            for (const auto& item : from) {
+                json value;
+                copyValue(item, value, alloc, depth + 1);
+                to.PushBack(value, alloc);
+            }
+        }
+        break;
+    case T::string: {
+        const auto& text = from.get_ref<const std::string&>();
+        to.SetString(text.data(), static_cast<rapidjson::SizeType>(text.size()), alloc);
+        break;
+    }
+    case T::boolean:
+        to.SetBool(from.get<bool>());
+        break;
+    case T::number_unsigned:
+        to.SetUint64(from.get<uint64_t>());
+        break;
+    case T::number_integer:
+        to.SetInt64(from.get<int64_t>());
+        break;
+    case T::number_float:
+        to.SetDouble(from.get<double>());
+        break;
+    default:
+        to.SetNull();
+        break;
+    }
+}
+
+// The scenario text as a document. nlohmann's parser defines what a scenario
+// may be and what a broken one is told; RapidJSON reads the plain texts that
+// nearly every scenario and recording is, many times faster and in a
+// fraction of the memory, and anything it refuses goes to nlohmann for the
+// verdict. The text is released once read.
+void readJson(const ValueReader& values, std::string text, rapidjson::Document& doc) {
+    if (plainAscii(text)) {
+        doc.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
+        if (!doc.HasParseError()) {
+            return;
+        }
+    }
+    nlohmann::json parsed;
     try {
-        doc = scenario::json::parse(text);
-    } catch (const scenario::json::parse_error& e) {
+        parsed = nlohmann::json::parse(text);
+    } catch (const nlohmann::json::parse_error& e) {
         // "[json.exception.parse_error.101] parse error at line 3, column 7: ..."
         std::string what = e.what();
         auto cut = what.find("] ");
         values.fail("", cut == std::string::npos ? what : what.substr(cut + 2));
     }
-    return scenario::parseDocument(values, doc, origin);
+    std::string().swap(text);
+    json root;
+    copyValue(parsed, root, doc.GetAllocator(), 0);
+    static_cast<json&>(doc).Swap(root);
+}
+
+Scenario parseText(std::string text, const std::string& origin) {
+    ValueReader values(origin);
+    rapidjson::Document doc;
+    readJson(values, std::move(text), doc);
+    return parseDocument(values, doc, origin);
+}
+
+} // namespace
+
+} // namespace scenario
+
+Scenario parseScenario(const std::string& text, const std::string& origin) {
+    return scenario::parseText(text, origin);
 }
 
 Scenario loadScenarioFile(const std::string& path) {
@@ -130,12 +248,29 @@ Scenario loadScenarioFile(const std::string& path) {
     if (!in) {
         throw ScenarioError(path + ": cannot open: " + std::strerror(errno));
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) {
-        throw ScenarioError(path + ": cannot read: " + std::strerror(errno));
+    // Read straight into one string of the file's size. A read that fails
+    // ends the text where it stopped (a folder reads as empty), and the
+    // parser says what is missing.
+    std::error_code ec;
+    const auto size = std::filesystem::file_size(path, ec);
+    std::string text(ec ? size_t{1} << 16 : static_cast<size_t>(size) + 1, '\0');
+    size_t have = 0;
+    try {
+        for (;;) {
+            if (have == text.size()) {
+                text.resize(text.size() * 2);
+            }
+            const auto n = in.rdbuf()->sgetn(text.data() + have,
+                                             static_cast<std::streamsize>(text.size() - have));
+            if (n <= 0) {
+                break;
+            }
+            have += static_cast<size_t>(n);
+        }
+    } catch (const std::exception&) {
     }
-    return parseScenario(text.str(), path);
+    text.resize(have);
+    return scenario::parseText(std::move(text), path);
 }
 
 } // namespace ipmisel::sim

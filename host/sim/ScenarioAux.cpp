@@ -62,7 +62,7 @@ void parseAuxLog(const ValueReader& values, const json& v, const std::string& pl
     node.auxLogSupported = true;
     const json* entries = &v;
     std::string at = place;
-    if (v.is_object()) {
+    if (v.IsObject()) {
         FieldReader f(values, v, place);
         f.optNum("reportedCount", node.auxLogReportedCount);
         f.timestamp("time", node.auxLogTime);
@@ -72,7 +72,7 @@ void parseAuxLog(const ValueReader& values, const json& v, const std::string& pl
         if (!entries) {
             return;
         }
-    } else if (!v.is_array()) {
+    } else if (!v.IsArray()) {
         values.fail(place, "expected a list of entries or an object, got " + typeName(v));
     }
 
@@ -82,7 +82,7 @@ void parseAuxLog(const ValueReader& values, const json& v, const std::string& pl
     uint16_t nextId = 1;
     values.eachItem(*entries, at, [&](const json& e, const std::string& here) {
         PendingEntry item;
-        if (e.is_string() || e.is_array()) {
+        if (e.IsString() || e.IsArray()) {
             item.raw = rawEntry(values, e, here);
         } else {
             item.fields = entryFields(values, e, here, nextId);

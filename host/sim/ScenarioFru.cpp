@@ -4,7 +4,7 @@
 namespace ipmisel::sim::scenario {
 
 void parseFru(const ValueReader& values, const json& v, const std::string& place, NodeSetup& node) {
-    if (!v.is_object()) {
+    if (!v.IsObject()) {
         values.fail(place, "expected an object of FRU device ID -> hex bytes, got " + typeName(v));
     }
     values.eachNumberedKey(

@@ -41,7 +41,7 @@ bool readFailFlag(FieldReader& f) {
 // Registers from 0 on as hex, or register -> hex with gaps reading FFh.
 std::vector<uint8_t> readRegisters(const ValueReader& values, const json& v,
                                    const std::string& place) {
-    if (!v.is_object()) {
+    if (!v.IsObject()) {
         return values.bytes(v, place);
     }
     std::vector<uint8_t> regs;

@@ -55,7 +55,7 @@ std::vector<uint8_t> systemInformation(FieldReader& f, uint16_t handle) {
 
 std::vector<uint8_t> smbiosEntry(const ValueReader& values, const json& v, const std::string& place,
                                  uint16_t defaultHandle) {
-    if (v.is_string() || v.is_array()) {
+    if (v.IsString() || v.IsArray()) {
         auto raw = values.bytes(v, place);
         if (raw.size() < 6 || raw[1] < 4 || raw.size() < raw[1] + 2u) {
             values.fail(place, "not a whole SMBIOS structure (header, formatted area, string set)");
@@ -104,7 +104,7 @@ void readPlatform(const ValueReader& values, FieldReader& top, Scenario& s) {
     top.each<bool>({{"driverPresent", &s.driverPresent},
                     {"libraryAvailable", &s.libraryAvailable},
                     {"iBMC", &s.iBMC}});
-    if (const json* lan = top.get("lan"); lan && !lan->is_null()) {
+    if (const json* lan = top.get("lan"); lan && !lan->IsNull()) {
         s.lan = values.flag(*lan, top.at("lan"));
     }
     top.flag("smbiosReadable", s.smbiosReadable);

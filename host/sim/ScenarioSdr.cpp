@@ -28,9 +28,9 @@ void readName(FieldReader& f, SdrName& name) {
 
 uint8_t analogFormat(const ValueReader& values, const json& v, const std::string& place) {
     static const char* const names[] = {"unsigned", "onesComplement", "twosComplement", "none"};
-    if (v.is_string()) {
+    if (v.IsString()) {
         for (uint8_t i = 0; i < 4; ++i) {
-            if (v.get<std::string>() == names[i]) {
+            if (textOf(v) == names[i]) {
                 return i;
             }
         }
@@ -39,7 +39,7 @@ uint8_t analogFormat(const ValueReader& values, const json& v, const std::string
 }
 
 uint8_t readUnits1(const ValueReader& values, const json& v, const std::string& place) {
-    if (!v.is_object()) {
+    if (!v.IsObject()) {
         return static_cast<uint8_t>(values.number(v, place, 0, 255));
     }
     FieldReader f(values, v, place);
@@ -143,7 +143,7 @@ std::vector<uint8_t> buildRecord(const ValueReader& values, const json& v, const
 
 std::vector<uint8_t> sdrEntry(const ValueReader& values, const json& v, const std::string& place,
                               uint16_t defaultId) {
-    if (v.is_string() || v.is_array()) {
+    if (v.IsString() || v.IsArray()) {
         auto raw = values.bytes(v, place);
         if (raw.size() < 5) {
             values.fail(place, std::to_string(raw.size()) +

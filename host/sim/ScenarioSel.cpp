@@ -56,7 +56,7 @@ std::vector<uint8_t> eventRecord(FieldReader& f, uint16_t id, uint8_t type) {
 
 std::vector<uint8_t> selEntry(const ValueReader& values, const json& v, const std::string& place,
                               uint16_t defaultId) {
-    if (v.is_string() || v.is_array()) {
+    if (v.IsString() || v.IsArray()) {
         return values.fixedBytes(v, place, 16, "a SEL record");
     }
     FieldReader f(values, v, place, "16 hex bytes or an object");
@@ -74,7 +74,7 @@ void parseSel(const ValueReader& values, const json& v, const std::string& place
     f.num("version", node.selVersion);
     f.optNum("reportedCount", node.selReportedCount);
     if (const json* t = f.get("time")) {
-        if (t->is_string() && t->get<std::string>() == "now") {
+        if (t->IsString() && textOf(*t) == "now") {
             node.selTimeNow = true;
         } else {
             node.selTime = values.timestamp(*t, f.at("time"));

@@ -1,6 +1,10 @@
 // Reading scenario files: what is accepted, and that every mistake is refused
 // with one line that names the file, the place and the problem.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <thread>
 
 #include "host/sim/Builders.h"
 #include "host/sim/SimBmc.h"
@@ -113,11 +117,102 @@ TEST(ScenarioParse, InvalidJsonOrAMissingFileIsOneLine) {
     std::string got = errorOf("{\n  \"nodes\": [\n    {\"sel\": }\n  ]\n}");
     EXPECT_EQ(got.rfind("bad.json: parse error at line 3, column 13: ", 0), 0u) << got;
     EXPECT_EQ(got.find('\n'), std::string::npos);
+    // Texts that are not JSON although a lenient reader would take them: a
+    // lone surrogate, and a byte that is not UTF-8 wherever it stands.
+    std::vector<std::string> bad = {R"({"machineType": "\udc00"})"};
+    for (size_t pad = 0; pad < 8; ++pad) {
+        bad.push_back("{\"machineType\": \"" + std::string(pad, ' ') + "\xFF\"}");
+    }
+    for (const std::string& text : bad) {
+        got = errorOf(text);
+        EXPECT_EQ(got.rfind("bad.json: parse error at line 1, column ", 0), 0u) << got;
+    }
     try {
         loadScenarioFile("/nonexistent/dir/x.json");
         FAIL() << "accepted";
     } catch (const ScenarioError& e) {
         EXPECT_EQ(std::string(e.what()).rfind("/nonexistent/dir/x.json: cannot open: ", 0), 0u);
+    }
+}
+
+TEST(ScenarioParse, LoadsLargeFilesAndPipesWhole) {
+    // Larger than any first guess of the size, and through a pipe, whose size
+    // is not known before it is read.
+    const std::string text =
+        "{\"comment\": \"" + std::string(300000, 'x') + "\", \"nodes\": [{\"name\": \"end\"}]}";
+    const std::string path = test::makeTempDir("scenarioload") + "/big.json";
+    std::ofstream(path, std::ios::binary) << text;
+    EXPECT_EQ(loadScenarioFile(path).nodes.at(0).name, "end");
+
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    std::thread writer([&] {
+        for (size_t at = 0; at < text.size();) {
+            ssize_t n = ::write(fds[1], text.data() + at, text.size() - at);
+            if (n <= 0) {
+                break;
+            }
+            at += static_cast<size_t>(n);
+        }
+        ::close(fds[1]);
+    });
+    Scenario piped = loadScenarioFile("/proc/self/fd/" + std::to_string(fds[0]));
+    writer.join();
+    ::close(fds[0]);
+    EXPECT_EQ(piped.nodes.at(0).name, "end");
+}
+
+TEST(ScenarioParse, PlainAndEightBitTextsAreReadAlike) {
+    // Plain ASCII text and text with 8-bit bytes or \u escapes are read by
+    // different parsers; a "comment" holding an 8-bit character sends a
+    // document the other way without changing what it says.
+    const std::pair<std::string, std::string> cases[] = {
+        // A repeated key: its last value counts.
+        {R"("nodes": [{"fruMaxReadCount": 0, "fruMaxReadCount": 5}])", "read 5"},
+        {R"("nodes": [{"fruMaxReadCount": 5, "fruMaxReadCount": 0}])",
+         "bad.json: nodes[0].fruMaxReadCount: 0 is out of range 1..255"},
+        // Of several unknown keys the first in byte order is named.
+        {R"("nodes": [{"zz": 1, "ab": 2, "Ab": 3, "ab": 4}])",
+         "bad.json: nodes[0]: unknown key \"Ab\""},
+        // Numbered keys in sorted order, a repeated one by its last value.
+        {R"("nodes": [{"fru": {"1": "AA ZZ", "2": "CC", "1": "BB"}}])", "read 255, FRU 1=BB 2=CC"},
+        {R"("nodes": [{"fru": {"2": "AA", "0x02": "BB"}}])",
+         "bad.json: nodes[0].fru[\"2\"]: FRU device 2 is given twice"},
+        // Integers of either sign and width, and what is not an integer.
+        {R"("nodes": [{"fruMaxReadCount": -0}])",
+         "bad.json: nodes[0].fruMaxReadCount: 0 is out of range 1..255"},
+        {R"("nodes": [{"fruMaxReadCount": 18446744073709551615}])",
+         "bad.json: nodes[0].fruMaxReadCount: 18446744073709551615 is out of range 1..255"},
+        {R"("nodes": [{"fruMaxReadCount": -9223372036854775808}])",
+         "bad.json: nodes[0].fruMaxReadCount: -9223372036854775808 is out of range 1..255"},
+        {R"("nodes": [{"fruMaxReadCount": 18446744073709551616}])",
+         "bad.json: nodes[0].fruMaxReadCount: expected a number, got a fraction"},
+        {R"("nodes": [{"fruMaxReadCount": 1e2}])",
+         "bad.json: nodes[0].fruMaxReadCount: expected a number, got a fraction"},
+        // A list nested far below anything read is still only a list.
+        {R"("nodes": [{"deviceId": [)" + std::string(100, '[') + std::string(100, ']') + "]}]",
+         "bad.json: nodes[0].deviceId[0]: expected a number, got a list"},
+    };
+    auto outcome = [](const std::string& json) {
+        try {
+            const NodeSetup node = parseScenario(json, "bad.json").nodes.at(0);
+            std::string s = "read " + std::to_string(node.fruMaxReadCount);
+            for (const auto& [id, bytes] : node.fru) {
+                s += (id == node.fru.begin()->first ? ", FRU " : " ") + std::to_string(id) + "=" +
+                     toHex(bytes);
+            }
+            return s;
+        } catch (const ScenarioError& e) {
+            return std::string(e.what());
+        }
+    };
+    for (const auto& [body, expected] : cases) {
+        const std::string plain = "{" + body + "}";
+        const std::string eightBit = "{\"comment\": \"caf\xC3\xA9\", " + body + "}";
+        const std::string escaped = "{\"comment\": \"\\u00e9\", " + body + "}";
+        EXPECT_EQ(outcome(plain), expected) << plain;
+        EXPECT_EQ(outcome(eightBit), expected) << eightBit;
+        EXPECT_EQ(outcome(escaped), expected) << escaped;
     }
 }
 
