@@ -61,8 +61,10 @@ cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" --target "${targets[@]
 if [ "$seeds" = 1 ]; then
   for t in "${targets[@]}"; do
     name=${t#fuzz_}
-    # Keep inputs that reproduced a fault; regenerate the rest.
-    find "fuzz/corpus/$name" -maxdepth 1 -type f ! -name 'crash-*' -delete 2>/dev/null || true
+    # Regenerate the seeds; keep inputs that reproduced a fault (crash-*) and
+    # those a run found and we committed (named by their SHA-1).
+    find "fuzz/corpus/$name" -maxdepth 1 -regextype posix-extended -type f \
+      ! -name 'crash-*' ! -regex '.*/[0-9a-f]{40}' -delete 2>/dev/null || true
     IPMISEL_FUZZ_SEEDS="$PWD/fuzz/corpus/$name" "$build/bin/$t" >/dev/null
     echo "seeds: $t $(ls "fuzz/corpus/$name" | wc -l) files"
   done
