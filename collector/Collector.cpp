@@ -344,8 +344,12 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     }
     if (!real) {
         try {
-            sim::Scenario scenario = sim::loadScenarioFile(scenarioPath);
-            sim::applyScenario(scenario, config);
+            // The nodes' contents move into the simulated BMCs, which need
+            // not keep the traffic: a replay of a full SEL is long.
+            for (const auto& bmc :
+                 sim::applyScenario(sim::loadScenarioFile(scenarioPath), config)) {
+                bmc->keepTraffic(false);
+            }
         } catch (const sim::ScenarioError& e) {
             return fail(kExitScenario, e.what());
         } catch (const std::exception& e) {

@@ -69,7 +69,8 @@ bool SPLibrary::sendIPMICommand(unsigned char* buffer, int32_t* length, int32_t 
     if (!transport) {
         return false;
     }
-    ipmisel::host::IpmiRequest request;
+    // One request object per thread, its data buffer reused from send to send.
+    thread_local ipmisel::host::IpmiRequest request;
     request.netfn = buffer[kNetFn];
     request.lun = buffer[kLun];
     request.cmd = buffer[kCmd];

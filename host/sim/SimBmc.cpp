@@ -131,10 +131,12 @@ uint16_t nextReservation(uint16_t current) {
     return current == 0 ? 1 : current; // 0000h means "no reservation" on the wire
 }
 
-std::vector<uint8_t> requestKey(const host::IpmiRequest& r) {
-    std::vector<uint8_t> key{r.netfn, r.lun, r.cmd};
-    key.insert(key.end(), r.data.begin(), r.data.end());
-    return key;
+void appendKey(std::string& key, uint8_t netfn, uint8_t lun, uint8_t cmd,
+               const std::vector<uint8_t>& data) {
+    key += static_cast<char>(netfn);
+    key += static_cast<char>(lun);
+    key += static_cast<char>(cmd);
+    key.append(data.begin(), data.end());
 }
 
 } // namespace
@@ -151,7 +153,9 @@ host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
     if (setup_.latencyMs != 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(setup_.latencyMs));
     }
-    received_.push_back(request);
+    if (keepTraffic_) {
+        received_.push_back(request);
+    }
     ++seen_[{request.netfn, request.cmd}];
 
     // Every fault counts its own matching requests; the first one due fires.
@@ -219,28 +223,50 @@ host::IpmiResponse SimBmc::respond(const host::IpmiRequest& request) {
 }
 
 host::IpmiResponse SimBmc::fromTranscript(const host::IpmiRequest& request) {
-    if (transcriptIndexed_ != setup_.transcript.size()) {
-        transcriptIndex_.clear();
-        transcriptUsed_.clear();
-        for (size_t i = 0; i < setup_.transcript.size(); ++i) {
-            const TranscriptEntry& t = setup_.transcript[i];
-            std::vector<uint8_t> key{t.netfn, t.lun, t.cmd};
-            key.insert(key.end(), t.data.begin(), t.data.end());
-            transcriptIndex_[key].push_back(i);
+    const auto& transcript = setup_.transcript;
+    constexpr uint32_t kLast = UINT32_MAX;
+    if (transcriptIndexed_ != transcript.size() || transcriptKeysAt_ != transcriptKeys_.data()) {
+        size_t bytes = 0;
+        for (const TranscriptEntry& t : transcript) {
+            bytes += 3 + t.data.size();
         }
-        transcriptIndexed_ = setup_.transcript.size();
+        transcriptKeys_.clear();
+        transcriptKeys_.reserve(bytes); // never moves once the views below point into it
+        std::vector<size_t> starts;
+        starts.reserve(transcript.size() + 1);
+        for (const TranscriptEntry& t : transcript) {
+            starts.push_back(transcriptKeys_.size());
+            appendKey(transcriptKeys_, t.netfn, t.lun, t.cmd, t.data);
+        }
+        starts.push_back(transcriptKeys_.size());
+        transcriptNext_.clear();
+        transcriptNext_.reserve(transcript.size());
+        transcriptLater_.assign(transcript.size(), kLast);
+        // Backwards, so that each request ends up with its first entry and
+        // every entry knows the one recorded after it.
+        for (size_t i = transcript.size(); i-- > 0;) {
+            std::string_view key(transcriptKeys_.data() + starts[i], starts[i + 1] - starts[i]);
+            auto [it, fresh] = transcriptNext_.try_emplace(key, static_cast<uint32_t>(i));
+            if (!fresh) {
+                transcriptLater_[i] = it->second;
+                it->second = static_cast<uint32_t>(i);
+            }
+        }
+        transcriptIndexed_ = transcript.size();
+        transcriptKeysAt_ = transcriptKeys_.data();
     }
-    auto key = requestKey(request);
-    auto it = transcriptIndex_.find(key);
-    if (it == transcriptIndex_.end()) {
+    requestKey_.clear();
+    appendKey(requestKey_, request.netfn, request.lun, request.cmd, request.data);
+    auto it = transcriptNext_.find(requestKey_);
+    if (it == transcriptNext_.end()) {
         return fail(kCcInvalidCommand);
     }
     // The k-th identical request gets the k-th recorded answer; once they
     // run out the last one stands, as a BMC would answer it again.
-    size_t& used = transcriptUsed_[key];
-    size_t pick = std::min(used, it->second.size() - 1);
-    ++used;
-    const TranscriptEntry& t = setup_.transcript[it->second[pick]];
+    const TranscriptEntry& t = transcript[it->second];
+    if (transcriptLater_[it->second] != kLast) {
+        it->second = transcriptLater_[it->second];
+    }
     return stored(t.sendFailure, t.cc, t.response);
 }
 
@@ -517,14 +543,20 @@ host::IpmiResponse SimBmc::auxLogRead(const host::IpmiRequest& request) {
     return ok(out);
 }
 
-std::vector<std::shared_ptr<SimBmc>> applyScenario(const Scenario& scenario, host::Config& config) {
+namespace {
+
+// One SimBmc per node, taking the node's contents from `node(i)`, and the
+// platform's answers.
+template <class Node>
+std::vector<std::shared_ptr<SimBmc>> apply(const Scenario& scenario, host::Config& config,
+                                           Node&& node) {
     std::vector<std::shared_ptr<SimBmc>> bmcs;
     config.nodes.clear();
     for (size_t i = 0; i < scenario.nodes.size(); ++i) {
-        const NodeSetup& node = scenario.nodes[i];
-        std::string name =
-            node.name.empty() ? "simulated BMC node " + std::to_string(i + 1) : node.name;
-        auto bmc = std::make_shared<SimBmc>(node, name);
+        std::string name = scenario.nodes[i].name.empty()
+                               ? "simulated BMC node " + std::to_string(i + 1)
+                               : scenario.nodes[i].name;
+        auto bmc = std::make_shared<SimBmc>(node(i), name);
         bmcs.push_back(bmc);
         config.nodes.push_back(bmc);
     }
@@ -538,6 +570,16 @@ std::vector<std::shared_ptr<SimBmc>> applyScenario(const Scenario& scenario, hos
     config.iBMC = scenario.iBMC;
     config.lan = scenario.lan;
     return bmcs;
+}
+
+} // namespace
+
+std::vector<std::shared_ptr<SimBmc>> applyScenario(const Scenario& scenario, host::Config& config) {
+    return apply(scenario, config, [&](size_t i) { return scenario.nodes[i]; });
+}
+
+std::vector<std::shared_ptr<SimBmc>> applyScenario(Scenario&& scenario, host::Config& config) {
+    return apply(scenario, config, [&](size_t i) { return std::move(scenario.nodes[i]); });
 }
 
 } // namespace ipmisel::sim

@@ -9,6 +9,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "host/runtime.h"
@@ -136,6 +138,9 @@ class SimBmc : public host::Transport {
     std::string describe() const override { return name_; }
     // Every request received, in order (for tests that assert on traffic).
     const std::vector<host::IpmiRequest>& received() const { return received_; }
+    // Whether received() keeps the requests (it does unless told otherwise);
+    // a long replay has no use for them.
+    void keepTraffic(bool keep) { keepTraffic_ = keep; }
     NodeSetup& setup() { return setup_; }
     // How many requests of this netfn/cmd arrived so far.
     uint32_t requestCount(uint8_t netfn, uint8_t cmd) const;
@@ -159,6 +164,7 @@ class SimBmc : public host::Transport {
     NodeSetup setup_;
     std::string name_;
     std::vector<host::IpmiRequest> received_;
+    bool keepTraffic_ = true;
     std::map<std::pair<uint8_t, uint8_t>, uint32_t> seen_; // (netfn, cmd) -> count
     uint16_t reservation_ = 0;                             // current SDR reservation; 0: none
     uint32_t sdrReadsSinceReserve_ = 0;
@@ -166,14 +172,25 @@ class SimBmc : public host::Transport {
     std::vector<uint32_t> faultHits_;                           // matching requests per fault
     std::map<uint16_t, size_t> selIndex_, sdrIndex_;            // record ID -> position
     std::map<std::pair<uint8_t, uint8_t>, uint8_t> i2cPointer_; // register pointer per device
-    std::map<std::vector<uint8_t>, std::vector<size_t>> transcriptIndex_;
-    std::map<std::vector<uint8_t>, size_t> transcriptUsed_;
+    // The transcript by request (netfn, LUN, cmd, data: the bytes of every
+    // entry's request end to end in transcriptKeys_): the entry that answers
+    // the request next, and for each entry the one recorded next for the
+    // same request. A recording of a full SEL holds tens of thousands.
+    std::string transcriptKeys_;
+    std::unordered_map<std::string_view, uint32_t> transcriptNext_;
+    std::vector<uint32_t> transcriptLater_;
     size_t transcriptIndexed_ = 0;
+    // Where transcriptKeys_ was when indexed: a copied or moved SimBmc has its
+    // own copy, and indexes it afresh.
+    const char* transcriptKeysAt_ = nullptr;
+    std::string requestKey_; // the request being looked up
 };
 
 // Puts a scenario into a host configuration: one SimBmc per node, SMBIOS,
 // machine type, BIOS ID, driver, library, LAN and iBMC answers. Returns the
 // simulated BMCs so callers can look at the traffic.
 std::vector<std::shared_ptr<SimBmc>> applyScenario(const Scenario& scenario, host::Config& config);
+// The same, moving the nodes' contents into the simulated BMCs.
+std::vector<std::shared_ptr<SimBmc>> applyScenario(Scenario&& scenario, host::Config& config);
 
 } // namespace ipmisel::sim

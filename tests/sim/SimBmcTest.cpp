@@ -218,6 +218,8 @@ TEST(SimBmc, RecordingThenReplayGivesTheSameBytesInOrder) {
     // unknown, since no simulated parts stand behind a replay.
     EXPECT_EQ(again.send(traffic[0]).data, live[1].data);
     EXPECT_EQ(again.send({0x0A, 0, 0x43, {0, 0, 9, 0, 0, 0xFF}}).cc, 0xC1);
+    EXPECT_EQ(again.send({0x0A, 1, 0x43, {0, 0, 0, 0, 0, 0xFF}}).cc, 0xC1); // another LUN
+    EXPECT_EQ(again.send({0x0A, 0, 0x43, {0, 0, 0, 0, 0}}).cc, 0xC1);       // a shorter request
 }
 
 } // namespace
