@@ -22,9 +22,8 @@ bool usableSize(size_t size) {
 }
 
 // The length to_chars reached in n.text (none when it ran out of room).
-NumberText& fromChars(NumberText& n, std::to_chars_result result) {
+void fromChars(NumberText& n, std::to_chars_result result) {
     n.length = result.ec == std::errc() ? static_cast<uint8_t>(result.ptr - n.text) : 0;
-    return n;
 }
 
 // Value of a hexadecimal digit, -1 for any other character.
@@ -61,9 +60,18 @@ constexpr HexByteTable makeHexByteText() {
 
 const HexByteTable kHexByteText = makeHexByteText();
 
-NumberText Decimal(int64_t value) {
+const std::array<std::array<char, 2>, 100> kTwoDigits = [] {
+    std::array<std::array<char, 2>, 100> table{};
+    for (int i = 0; i < 100; ++i) {
+        table[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
+    }
+    return table;
+}();
+
+NumberText DecimalOf(int64_t value) {
     NumberText n;
-    return fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value));
+    fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value));
+    return n;
 }
 
 NumberText HexByte(uint8_t value) {
@@ -84,7 +92,8 @@ NumberText HexByteLower(uint8_t value) {
 
 NumberText Hex(uint32_t value) {
     NumberText n;
-    return fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value, 16));
+    fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value, 16));
+    return n;
 }
 
 namespace {
@@ -110,8 +119,9 @@ NumberText Fixed(float value, int precision) {
     }
     // printf widens a float to double; so does this, for the same digits.
     NumberText n;
-    return fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, static_cast<double>(value),
-                                      std::chars_format::fixed, precision));
+    fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, static_cast<double>(value),
+                               std::chars_format::fixed, precision));
+    return n;
 }
 
 NumberText General(double value) {
@@ -121,8 +131,9 @@ NumberText General(double value) {
         return Decimal(static_cast<int64_t>(value));
     }
     NumberText n;
-    return fromChars(
-        n, std::to_chars(n.text, n.text + sizeof n.text, value, std::chars_format::general, 6));
+    fromChars(n,
+              std::to_chars(n.text, n.text + sizeof n.text, value, std::chars_format::general, 6));
+    return n;
 }
 
 TextBuilder::TextBuilder(char* buf, size_t size) : TextBuilder(buf, size, 0, usableSize(size)) {
@@ -165,14 +176,15 @@ int ScanHexFields(const char* text, unsigned int* fields, int count) {
         if (*p == '\0') {
             return done == 0 ? EOF : done;
         }
-        // The house text: two digits and no third. Everything the rules
-        // below do with such a field comes to the same value.
+        // The house text: two digits and no third, mostly followed by the
+        // blank. Everything the rules below do with such a field comes to
+        // the same value.
         const int high = kDigitValue[p[0]];
         const int low = high >= 0 ? kDigitValue[p[1]] : -1;
         if (low >= 0 && kDigitValue[p[2]] < 0) {
             fields[i] = static_cast<unsigned int>(high << 4 | low);
             ++done;
-            p += 2;
+            p += p[2] == ' ' ? 3 : 2;
             continue;
         }
         bool negative = false;

@@ -23,12 +23,38 @@ struct NumberText {
     std::string_view View() const { return std::string_view(text, length); }
 };
 
-NumberText Decimal(int64_t value);            // "%d", "%u", "%lld"
 NumberText HexByte(uint8_t value);            // "%02X"
 NumberText HexByteLower(uint8_t value);       // "%02x"
 NumberText Hex(uint32_t value);               // "%x"
 NumberText Fixed(float value, int precision); // "%.<precision>f", precision 0..9
 NumberText General(double value);             // "%g"
+
+NumberText DecimalOf(int64_t value); // Decimal's general case
+
+// "00" to "99", for Decimal.
+extern const std::array<std::array<char, 2>, 100> kTwoDigits;
+
+// "%d", "%u", "%lld". Most numbers written are bytes: up to three digits are
+// put down here, inline, and only the others go through the conversion.
+inline NumberText Decimal(int64_t value) {
+    if (value < 0 || value >= 1000) {
+        return DecimalOf(value);
+    }
+    const auto v = static_cast<unsigned>(value);
+    NumberText n;
+    if (v < 10) {
+        n.text[0] = static_cast<char>('0' + v);
+        n.length = 1;
+    } else if (v < 100) {
+        std::memcpy(n.text, kTwoDigits[v].data(), 2);
+        n.length = 2;
+    } else {
+        n.text[0] = static_cast<char>('0' + v / 100);
+        std::memcpy(n.text + 1, kTwoDigits[v % 100].data(), 2);
+        n.length = 3;
+    }
+    return n;
+}
 
 // "%02X " for every byte value, as three characters (no terminator): the
 // house form of a response byte.

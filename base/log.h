@@ -42,12 +42,22 @@ class LogLine {
         }
         return AddLong(text);
     }
-    LogLine& Add(const NumberText& number) { return Add(number.View()); }
+    LogLine& Add(const NumberText& number) {
+        // Numbers are short: a fixed 16-character copy, of which the line
+        // keeps the number's length, needs no length-dependent loop.
+        if (number.length <= kShortCopy && length_ + kShortCopy < kInline) {
+            std::memcpy(inline_ + length_, number.text, kShortCopy);
+            length_ += number.length;
+            return *this;
+        }
+        return Add(number.View());
+    }
 
     void Write(int severity);
 
   private:
     static constexpr size_t kInline = 512;
+    static constexpr size_t kShortCopy = 16;
     // Moves the line to long_ and appends there from then on.
     LogLine& AddLong(std::string_view text);
 

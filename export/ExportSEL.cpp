@@ -70,7 +70,7 @@ const KindInfo& KindOf(uint8_t recordType) {
     return kUnknownKind;
 }
 
-bool Contains(const std::string& text, const char* fragment) {
+bool Contains(const std::string& text, std::string_view fragment) {
     return text.find(fragment) != std::string::npos;
 }
 
@@ -187,12 +187,13 @@ struct DecoderText {
 
 // Properties and message of a type 02h record.
 void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cache,
-                    IPMISELEntry& rec, IPMIMapping& mapping, StandardTexts& t) {
+                    const SDRIndex& sdrs, IPMISELEntry& rec, IPMIMapping& mapping,
+                    StandardTexts& t) {
     const IPMISDREntry* sdr = nullptr;
     if (cache.empty()) {
         Log(SevTrace, "SDR cache is empty.");
     } else {
-        sdr = FindSDR(cache, rec.SensorNumber());
+        sdr = sdrs.Find(rec.SensorNumber());
     }
 
     DecoderText decoded;
@@ -453,6 +454,7 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
     // once for the whole log instead of at each of those lookups.
     const message::Pass messagePass;
     const AuxLogIndex auxLog(auxRecords);
+    const SDRIndex sdrs(cache);
     StandardTexts texts;
     std::string auxText;
     char sourceNode[16];
@@ -469,7 +471,8 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
         TextCopy(timestamp, sizeof timestamp, kDefaultTimestamp);
         char idText[16] = {};
         rec.GetRecordID(idText, sizeof idText);
-        int recordID = std::atoi(idText);
+        // The text is the record's ID in decimal; the number is at hand.
+        const int recordID = rec.RecordID();
         if (kind.kind == Kind::Unknown) {
             LogF(SevTrace, "This SEL entry (ID %d) has an unknown type (0x%x).\n", recordID,
                  rec.RecordType());
@@ -502,7 +505,7 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
         }
 
         if (kind.kind == Kind::Standard) {
-            ExportStandard(cb, io, cache, rec, mapping, texts);
+            ExportStandard(cb, io, cache, sdrs, rec, mapping, texts);
         } else {
             ExportSpecial(cb, io, kind, rec, mapping, timestamp);
         }

@@ -108,8 +108,21 @@ int16_t extend4(uint16_t stored) {
                                                        : stored);
 }
 
+// 10^n for n >= 0, as std::pow gives it. Up to 10^22 every power of ten is a
+// double exactly, which pow returns, so those come from a table.
+constexpr double kExactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                        1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                        1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+double tenToThe(int n) {
+    if (n >= 0 && n < static_cast<int>(std::size(kExactPowersOfTen))) {
+        return kExactPowersOfTen[n];
+    }
+    return std::pow(10.0, n);
+}
+
 double powerOfTen(int exponent) {
-    return exponent > 0 ? std::pow(10.0, exponent) : 1.0 / std::pow(10.0, -exponent);
+    return exponent > 0 ? tenToThe(exponent) : 1.0 / tenToThe(-exponent);
 }
 
 void lookupOrLog(IPMIMapping& m, TCPluginCallbacks* cb, int32_t id, char* out, int32_t size) {
@@ -214,22 +227,26 @@ const std::string* startLookup(TCPluginCallbacks* cb, char* out, int32_t size) {
     return iniPath;
 }
 
-// The result of a lookup: 0 for a text, 1 (after its log line) otherwise.
-int finishLookup(message::Lookup found, const char* key, const char* out, int32_t size) {
+// How a lookup ended: with a text, or with none (the file could not be read,
+// which is logged here, or no line holds the key), or on a line without text,
+// which the caller logs with its key.
+enum class Outcome { Text, Failed, NoText };
+
+Outcome outcomeOf(message::Lookup found, const char* out, int32_t size) {
     switch (found) {
     case message::Lookup::OpenFailed:
         Log(SevFailure, "Can't open ipmisel INI file.");
-        return 1;
+        return Outcome::Failed;
     case message::Lookup::NoMatch:
-        return 1;
+        return Outcome::Failed;
     case message::Lookup::Found:
         break;
     }
-    if (size <= 0 || out[0] == '\0') {
-        LogLine().Add("Can't find data id '").Add(key).Add("'").Write(SevError);
-        return 1;
-    }
-    return 0;
+    return size <= 0 || out[0] == '\0' ? Outcome::NoText : Outcome::Text;
+}
+
+void logNoText(std::string_view key) {
+    LogLine().Add("Can't find data id '").Add(key).Add("'").Write(SevError);
 }
 
 } // namespace
@@ -240,7 +257,11 @@ int IPMIMapping::GetINIString(TCPluginCallbacks* cb, const std::string& key, cha
     if (iniPath == nullptr) {
         return 1;
     }
-    return finishLookup(message::Find(*iniPath, key, out, size), key.c_str(), out, size);
+    const Outcome outcome = outcomeOf(message::Find(*iniPath, key, out, size), out, size);
+    if (outcome == Outcome::NoText) {
+        logNoText(key.c_str());
+    }
+    return outcome == Outcome::Text ? 0 : 1;
 }
 
 int IPMIMapping::GetINIStringById(TCPluginCallbacks* cb, int32_t id, char* out, int32_t size) {
@@ -248,9 +269,11 @@ int IPMIMapping::GetINIStringById(TCPluginCallbacks* cb, int32_t id, char* out, 
     if (iniPath == nullptr) {
         return 1;
     }
-    char key[16];
-    TextBuilder(key, sizeof key).Add(Decimal(id));
-    return finishLookup(message::FindId(*iniPath, id, out, size), key, out, size);
+    const Outcome outcome = outcomeOf(message::FindId(*iniPath, id, out, size), out, size);
+    if (outcome == Outcome::NoText) {
+        logNoText(Decimal(id).View());
+    }
+    return outcome == Outcome::Text ? 0 : 1;
 }
 
 void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t ed2, uint8_t ed3,
@@ -346,7 +369,7 @@ void IPMIMapping::GetSensorUnits(TCPluginCallbacks* cb, const SensorConversion& 
                 .Add(Decimal(m))
                 .Write(SevTrace);
             r = powerOfTen(rexp);
-            b = bexp > 0 ? bb * std::pow(10.0, bexp) : bb / std::pow(10.0, -bexp);
+            b = bexp > 0 ? bb * tenToThe(bexp) : bb / tenToThe(-bexp);
             int32_t product = static_cast<int32_t>(m) * static_cast<int32_t>(raw);
             y = static_cast<float>((static_cast<double>(product) + b) * r);
         }

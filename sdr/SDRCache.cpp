@@ -58,4 +58,12 @@ const IPMISDREntry* FindSDR(const SDRCache& cache, uint8_t sensorNumber) {
     return nullptr;
 }
 
+SDRIndex::SDRIndex(const SDRCache& cache) {
+    for (const IPMISDREntry* entry : cache) {
+        if (entry != nullptr && first_[entry->SensorNumber] == nullptr) {
+            first_[entry->SensorNumber] = entry;
+        }
+    }
+}
+
 } // namespace ipmisel

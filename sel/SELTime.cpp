@@ -37,14 +37,37 @@ int64_t SignedStamp(const uint8_t* b) {
     return static_cast<int64_t>(static_cast<int32_t>(u));
 }
 
-// Seconds since 1970 UTC into broken-down UTC time. A negative count is not a
-// time the BMC can mean: it fails like the 64-bit conversion it stands for.
+// Seconds since 1970 UTC into broken-down UTC time (the fields FromTm reads).
+// A negative count is not a time the BMC can mean: it fails like the 64-bit
+// conversion it stands for. Worked out here rather than by gmtime_r, which
+// takes the time-zone lock for every record of the log.
 bool ToUTC(int64_t seconds, std::tm& out) {
     if (seconds < 0) {
         return false;
     }
-    const time_t t = static_cast<time_t>(seconds);
-    return gmtime_r(&t, &out) != nullptr;
+    constexpr int64_t kSecondsPerDay = 86400;
+    const int64_t days = seconds / kSecondsPerDay;
+    const int64_t time = seconds % kSecondsPerDay;
+    // The Gregorian calendar repeats every 400 years (146,097 days). Counted
+    // from 1 March of year 0, the leap day is the last day of a year, so
+    // days fall into years and months by plain division: years of 365 days
+    // corrected for the leap years before, and months of 153 days per five.
+    const int64_t fromMarch0 = days + 719468; // 1970-01-01 is day 719,468
+    const int64_t era = fromMarch0 / 146097;
+    const int64_t dayOfEra = fromMarch0 - era * 146097;
+    const int64_t yearOfEra =
+        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const int64_t monthFromMarch = (5 * dayOfYear + 2) / 153;
+    const int64_t month = monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9;
+    out = std::tm{};
+    out.tm_year = static_cast<int>(era * 400 + yearOfEra + (month <= 2 ? 1 : 0) - 1900);
+    out.tm_mon = static_cast<int>(month - 1);
+    out.tm_mday = static_cast<int>(dayOfYear - (153 * monthFromMarch + 2) / 5 + 1);
+    out.tm_hour = static_cast<int>(time / 3600);
+    out.tm_min = static_cast<int>(time / 60 % 60);
+    out.tm_sec = static_cast<int>(time % 60);
+    return true;
 }
 
 // The broken-down UTC time as a date-time labelled with the given offset.

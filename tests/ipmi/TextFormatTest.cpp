@@ -152,12 +152,15 @@ TEST(ScanHexFields, AgreesWithSscanf) {
 TEST(TextBuilder, CutsAndTerminatesLikeTheTextHelpers) {
     // Pieces that together would print "ID 4660: ab"; each size keeps what
     // snprintf of the whole would keep.
-    for (size_t size = 1; size <= 14; ++size) {
-        char buf[16];
+    for (size_t size : {1, 2, 3, 4, 5, 7, 8, 9, 10, 11, 12, 13, 40}) {
+        char buf[48];
         std::memset(buf, 'x', sizeof buf);
         TextBuilder(buf, size).Add("ID ").Add(Decimal(4660)).Add(": ").Add("ab");
         EXPECT_EQ(std::string("ID 4660: ab").substr(0, size - 1), buf) << size;
-        EXPECT_EQ('x', buf[size]) << size; // nothing written past the buffer
+        // Nothing written past the terminator, inside the buffer or out.
+        const size_t end = std::strlen(buf) + 1;
+        EXPECT_EQ(std::string(sizeof buf - end, 'x'), std::string(buf + end, sizeof buf - end))
+            << size;
     }
     char buf[8] = "keep";
     TextBuilder(buf, 0).Add("x");

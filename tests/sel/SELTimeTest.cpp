@@ -1,6 +1,7 @@
 // Time stamps and the BMC clock difference, in three zones: the local offset
 // comes from the host configuration, never from the machine running the test.
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -73,6 +74,28 @@ TEST(SELTimestamp, TheBMCsTimeWithTheLocalOffsetAndNothingAdded) {
     EXPECT_EQ("19870105184832.00000xxxx", Stamp(0x20000000, StampSource::Record, 20).substr(0, 24));
     EXPECT_EQ(kDefault.substr(0, 20) + "xxxx",
               Stamp(0x80000000, StampSource::Record, 20).substr(0, 24));
+}
+
+TEST(SELTimestamp, EveryDateAsTheCLibraryHasIt) {
+    // The last second of every 37th day up to 2038 (every month and leap
+    // day comes round), and the first seconds of the leap days themselves.
+    HostCapture host = Zone(0);
+    std::vector<int64_t> raws;
+    for (int64_t day = 0; day < 24855; day += 37) {
+        raws.push_back(day * 86400 + 86399);
+    }
+    for (int64_t leapDay : {951782400, 1709164800, 2024784000, 68169600}) {
+        raws.push_back(leapDay); // 2000-02-29, 2024-02-29, 2034-03-01 (no leap day), 1972-02-29
+    }
+    raws.push_back(0x7FFFFFFF);
+    for (int64_t raw : raws) {
+        const time_t t = static_cast<time_t>(raw);
+        std::tm tm{};
+        ASSERT_NE(nullptr, gmtime_r(&t, &tm));
+        char want[32];
+        std::strftime(want, sizeof want, "%Y%m%d%H%M%S.000000+000", &tm);
+        ASSERT_EQ(want, Stamp(static_cast<uint32_t>(raw))) << raw;
+    }
 }
 
 FakeTransport::Handler Reply(host::IpmiResponse r) {
