@@ -44,8 +44,8 @@ TEST(Valgrind, DemoCollectionHasNoInvalidAccessAndNoDefiniteLeak) {
     const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
     const std::string report = readFile(dir + "/valgrind.txt");
     ASSERT_EQ(code, 0) << readFile(dir + "/err") << report;
+    // The exit code says it; the summary says valgrind ran the program.
     EXPECT_NE(report.find("ERROR SUMMARY: 0 errors"), std::string::npos) << report;
-    EXPECT_NE(report.find("definitely lost: 0 bytes"), std::string::npos) << report;
     // Its budget in the suite; about 6 s on a quiet two-core machine.
     EXPECT_LT(seconds.count(), 60) << "valgrind took " << seconds.count() << " s";
 
