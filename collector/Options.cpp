@@ -184,7 +184,8 @@ std::unique_ptr<CLI::App> makeApp(Raw& raw, const std::string& program,
     once("--timeout", raw.timeout, "SECONDS", kSources,
          "how long one LAN request may take (default 10)");
     once("--retries", raw.retries, "N", kSources,
-         "packets sent again within that time (default 2)");
+         "a packet is sent again every timeout/(N+1) until\n"
+         "the timeout (default 2)");
     once("--record", raw.record, "FILE", kSources,
          "save every request and answer as a scenario that\n"
          "--sim FILE replays (a fleet: FILE.SERVER per server)");
