@@ -225,35 +225,48 @@ host::IpmiResponse SimBmc::respond(const host::IpmiRequest& request) {
 host::IpmiResponse SimBmc::fromTranscript(const host::IpmiRequest& request) {
     const auto& transcript = setup_.transcript;
     constexpr uint32_t kLast = UINT32_MAX;
-    if (transcriptIndexed_ != transcript.size() || transcriptKeysAt_ != transcriptKeys_.data()) {
-        size_t bytes = 0;
-        for (const TranscriptEntry& t : transcript) {
-            bytes += 3 + t.data.size();
-        }
-        transcriptKeys_.clear();
-        transcriptKeys_.reserve(bytes); // never moves once the views below point into it
-        std::vector<size_t> starts;
-        starts.reserve(transcript.size() + 1);
-        for (const TranscriptEntry& t : transcript) {
-            starts.push_back(transcriptKeys_.size());
-            appendKey(transcriptKeys_, t.netfn, t.lun, t.cmd, t.data);
-        }
-        starts.push_back(transcriptKeys_.size());
+    if (transcriptIndexed_ != transcript.size()) {
+        // A changed transcript is replayed from its start.
+        replayInOrder_ = true;
+        replayAt_ = 0;
         transcriptNext_.clear();
-        transcriptNext_.reserve(transcript.size());
-        transcriptLater_.assign(transcript.size(), kLast);
+        transcriptIndexed_ = transcript.size();
+    }
+    if (replayInOrder_) {
+        if (replayAt_ < transcript.size()) {
+            const TranscriptEntry& t = transcript[replayAt_];
+            if (t.netfn == request.netfn && t.lun == request.lun && t.cmd == request.cmd &&
+                t.data == request.data) {
+                ++replayAt_;
+                return stored(t.sendFailure, t.cc, t.response);
+            }
+        }
+        replayInOrder_ = false;
         // Backwards, so that each request ends up with its first entry and
         // every entry knows the one recorded after it.
+        transcriptNext_.reserve(transcript.size());
+        transcriptLater_.assign(transcript.size(), kLast);
+        std::string key;
         for (size_t i = transcript.size(); i-- > 0;) {
-            std::string_view key(transcriptKeys_.data() + starts[i], starts[i + 1] - starts[i]);
+            const TranscriptEntry& t = transcript[i];
+            key.clear();
+            appendKey(key, t.netfn, t.lun, t.cmd, t.data);
             auto [it, fresh] = transcriptNext_.try_emplace(key, static_cast<uint32_t>(i));
             if (!fresh) {
                 transcriptLater_[i] = it->second;
                 it->second = static_cast<uint32_t>(i);
             }
         }
-        transcriptIndexed_ = transcript.size();
-        transcriptKeysAt_ = transcriptKeys_.data();
+        // The entries answered in order so far are used up.
+        for (size_t i = 0; i < replayAt_; ++i) {
+            const TranscriptEntry& t = transcript[i];
+            key.clear();
+            appendKey(key, t.netfn, t.lun, t.cmd, t.data);
+            uint32_t& next = transcriptNext_.find(key)->second;
+            if (transcriptLater_[next] != kLast) {
+                next = transcriptLater_[next];
+            }
+        }
     }
     requestKey_.clear();
     appendKey(requestKey_, request.netfn, request.lun, request.cmd, request.data);

@@ -9,7 +9,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -172,17 +171,17 @@ class SimBmc : public host::Transport {
     std::vector<uint32_t> faultHits_;                           // matching requests per fault
     std::map<uint16_t, size_t> selIndex_, sdrIndex_;            // record ID -> position
     std::map<std::pair<uint8_t, uint8_t>, uint8_t> i2cPointer_; // register pointer per device
-    // The transcript by request (netfn, LUN, cmd, data: the bytes of every
-    // entry's request end to end in transcriptKeys_): the entry that answers
-    // the request next, and for each entry the one recorded next for the
-    // same request. A recording of a full SEL holds tens of thousands.
-    std::string transcriptKeys_;
-    std::unordered_map<std::string_view, uint32_t> transcriptNext_;
+    // A replay asked in the recorded order (the usual case) answers entry
+    // after entry: while every request so far matched the next entry, that
+    // entry is also the next unused answer to its request. The first request
+    // out of order builds the index by request bytes (netfn, LUN, cmd, data):
+    // the entry answering a request next, and per entry the one recorded
+    // next for the same request.
+    bool replayInOrder_ = true;
+    size_t replayAt_ = 0;
+    std::unordered_map<std::string, uint32_t> transcriptNext_;
     std::vector<uint32_t> transcriptLater_;
     size_t transcriptIndexed_ = 0;
-    // Where transcriptKeys_ was when indexed: a copied or moved SimBmc has its
-    // own copy, and indexes it afresh.
-    const char* transcriptKeysAt_ = nullptr;
     std::string requestKey_; // the request being looked up
 };
 

@@ -222,5 +222,26 @@ TEST(SimBmc, RecordingThenReplayGivesTheSameBytesInOrder) {
     EXPECT_EQ(again.send({0x0A, 0, 0x43, {0, 0, 0, 0, 0}}).cc, 0xC1);       // a shorter request
 }
 
+TEST(SimBmc, ReplayOutOfOrderKeepsEachRequestsOwnSequence) {
+    SimBmc bmc = bmcFrom(R"({"transcript": [
+        {"netfn": 6, "cmd": 1, "data": "AA", "cc": 0, "response": "01"},
+        {"netfn": 6, "cmd": 1, "data": "AA", "cc": 0, "response": "02"},
+        {"netfn": 6, "cmd": 2, "cc": 0, "response": "B1"},
+        {"netfn": 6, "cmd": 1, "data": "AA", "cc": 0, "response": "03"}]})");
+    std::string answers;
+    for (auto [cmd, data] : {std::pair<uint8_t, uint8_t>{1, 0xAA},
+                             {1, 0xCC},
+                             {2, 0},
+                             {1, 0xAA},
+                             {1, 0xAA},
+                             {1, 0xAA}}) {
+        auto r = send(bmc, 6, cmd, cmd == 2 ? std::vector<uint8_t>{} : std::vector<uint8_t>{data});
+        answers += (r.cc ? "cc " + toHex(std::vector<uint8_t>{r.cc}) : toHex(r.data)) + ", ";
+    }
+    // The first in order; a request never recorded; the rest each the next
+    // answer to its own request, the last one standing.
+    EXPECT_EQ(answers, "01, cc C1, B1, 02, 03, 03, ");
+}
+
 } // namespace
 } // namespace ipmisel::sim
