@@ -136,15 +136,6 @@ NumberText General(double value) {
     return n;
 }
 
-TextBuilder::TextBuilder(char* buf, size_t size) : TextBuilder(buf, size, 0, usableSize(size)) {
-    if (usable_) {
-        buf_[0] = '\0';
-    }
-}
-
-TextBuilder::TextBuilder(char* buf, size_t size, size_t length, bool usable)
-    : buf_(buf), size_(size), length_(length), usable_(usable) {}
-
 TextBuilder TextBuilder::Appending(char* buf, size_t size) {
     if (!usableSize(size)) {
         return TextBuilder(buf, size, 0, false);
@@ -169,7 +160,21 @@ TextBuilder& TextBuilder::Add(const char* text) {
 int ScanHexFields(const char* text, unsigned int* fields, int count) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
     int done = 0;
-    for (int i = 0; i < count; ++i) {
+    // The house text first: fields of two digits, each followed by a blank.
+    // The rules below read such a field as the same value and skip the blank.
+    while (done < count) {
+        const int high = kDigitValue[p[0]];
+        if (high < 0) {
+            break;
+        }
+        const int low = kDigitValue[p[1]];
+        if (low < 0 || p[2] != ' ') {
+            break;
+        }
+        fields[done++] = static_cast<unsigned int>(high << 4 | low);
+        p += 3;
+    }
+    for (int i = done; i < count; ++i) {
         while (isBlank(*p)) {
             ++p;
         }

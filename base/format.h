@@ -68,7 +68,11 @@ extern const HexByteTable kHexByteText;
 class TextBuilder {
   public:
     // Starts an empty text in buf.
-    TextBuilder(char* buf, size_t size);
+    TextBuilder(char* buf, size_t size) : TextBuilder(buf, size, 0, size > 0 && size < kNoSize) {
+        if (usable_) {
+            buf_[0] = '\0';
+        }
+    }
     // Continues the terminated text already in buf; when buf holds no
     // terminator within size, nothing is appended (as TextAppend).
     static TextBuilder Appending(char* buf, size_t size);
@@ -89,7 +93,9 @@ class TextBuilder {
     size_t Length() const { return length_; }
 
   private:
-    TextBuilder(char* buf, size_t size, size_t length, bool usable);
+    static constexpr size_t kNoSize = size_t{1} << 31; // and more: a negative size
+    TextBuilder(char* buf, size_t size, size_t length, bool usable)
+        : buf_(buf), size_(size), length_(length), usable_(usable) {}
     char* buf_;
     size_t size_;
     size_t length_;

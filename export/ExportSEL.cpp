@@ -109,7 +109,7 @@ struct StandardTexts {
 void EntityText(TCPluginCallbacks* cb, IPMIMapping& mapping, uint8_t entityID, std::string& out) {
     out.clear();
     if (entityID < kFirstHighEntity) {
-        char text[kTextSize] = {};
+        char text[kTextSize]; // the lookup clears it first
         if (mapping.GetINIStringById(cb, 1000 + entityID, text, kTextSize) != 0) {
             Log(SevError, "Error in obtaining string.");
         }
@@ -176,13 +176,10 @@ std::string Text(const char* buf) {
 
 // A decoder's 512-byte text with one byte more that always stays zero, so
 // that what the decoder wrote reads as a terminated text even when it filled
-// all 512.
+// all 512. It is cleared once: every accessor hands its text over with
+// strncpy's rule, which writes all 512 bytes, padding with zeros.
 struct DecoderText {
-    char text[kTextSize + 1];
-    char* Clear() {
-        std::memset(text, 0, sizeof text);
-        return text;
-    }
+    char text[kTextSize + 1] = {};
 };
 
 // Properties and message of a type 02h record.
@@ -198,23 +195,22 @@ void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cac
 
     DecoderText decoded;
     const char* buf = decoded.text;
-    if (rec.GetGeneratorID(mapping, cb, decoded.Clear(), kTextSize) != 0) {
+    if (rec.GetGeneratorID(mapping, cb, decoded.text, kTextSize) != 0) {
         Log(SevNotice, "Error CopyGeneratorID().");
     }
     AddText(io, "Source", buf);
 
-    if (rec.CopySensorType(mapping, cb, decoded.Clear(), kTextSize) != 0) {
+    if (rec.CopySensorType(mapping, cb, decoded.text, kTextSize) != 0) {
         Log(SevNotice, "Error CopySensorType().");
     }
     t.sensorType.assign(buf);
     AddText(io, "SensorType", t.sensorType);
 
-    if (rec.GetEventType(decoded.Clear(), kTextSize) != 0) {
+    if (rec.GetEventType(decoded.text, kTextSize) != 0) {
         Log(SevNotice, "Error CopyEventType().");
     }
     AddText(io, "EventType", buf);
 
-    decoded.Clear();
     int eventResult;
     if (!sdr) {
         Log(SevTrace, "No matching SDR for this SEL.");
