@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/format.h"
+
 namespace ipmisel {
 
 namespace {
@@ -86,13 +88,10 @@ size_t TextLength(const char* buf, size_t size) {
 }
 
 std::string HexBytes(const uint8_t* bytes, size_t count) {
-    static const char digits[] = "0123456789ABCDEF";
     std::string out;
     out.reserve(count * 3);
     for (size_t i = 0; i < count; ++i) {
-        out += digits[bytes[i] >> 4];
-        out += digits[bytes[i] & 0x0F];
-        out += ' ';
+        out.append(kHexByteText[bytes[i]].data(), 3);
     }
     return out;
 }

@@ -113,11 +113,12 @@ template <size_t Capacity>
 void BasicRequestFrame<Capacity>::LogRequest(const char* heading, bool hex) const {
     Log(SevTrace, heading);
     char line[128] = "";
+    TextBuilder text(line, sizeof line);
     for (size_t i = 0; i < kTemplateSize; ++i) {
         if (i == 0 || i == 5 || i == 10) {
-            TextAppend(line, sizeof line, "\n\t");
+            text.Add("\n\t");
         }
-        TextAppendF(line, sizeof line, hex ? "%02X " : "%u ", static_cast<unsigned>(transfer[i]));
+        text.Add(hex ? HexByte(transfer[i]) : Decimal(transfer[i])).Add(" ");
     }
     Log(SevTrace, line);
 }
