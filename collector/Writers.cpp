@@ -1,6 +1,7 @@
 #include "collector/Writers.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #if defined(__SSE2__) && !defined(RAPIDJSON_SSE2)
@@ -325,24 +326,40 @@ namespace {
 // library itself, which replaces invalid UTF-8 by U+FFFD and escapes control
 // characters its own way.
 bool plainText(std::string_view text) {
-    // Eight bytes at a time while none is 8-bit or below 20h, the usual case.
-    constexpr uint64_t kHigh = 0x8080808080808080ULL, kSpace = 0x2020202020202020ULL;
-    size_t i = 0;
-    for (; i + 8 <= text.size(); i += 8) {
-        uint64_t w;
-        std::memcpy(&w, text.data() + i, 8);
-        if (((w | (w - kSpace)) & kHigh) != 0) {
-            break;
+    static constexpr auto kPlain = [] {
+        std::array<bool, 256> plain{};
+        for (int c = 0x20; c < 0x80; ++c) {
+            plain[c] = true;
         }
+        for (char c : {'\b', '\t', '\n', '\f', '\r'}) {
+            plain[static_cast<unsigned char>(c)] = true;
+        }
+        return plain;
+    }();
+    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+    const size_t n = text.size();
+    // Eight bytes at a time while none is 8-bit or below 20h, the usual case;
+    // a word that has one is looked at byte by byte.
+    auto word = [&](size_t at) {
+        constexpr uint64_t kHigh = 0x8080808080808080ULL, kSpace = 0x2020202020202020ULL;
+        uint64_t w;
+        std::memcpy(&w, p + at, 8);
+        if (((w | (w - kSpace)) & kHigh) == 0) {
+            return true;
+        }
+        return std::all_of(p + at, p + at + 8, [](unsigned char c) { return kPlain[c]; });
+    };
+    if (n < 8) {
+        return std::all_of(p, p + n, [](unsigned char c) { return kPlain[c]; });
     }
-    for (; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        if (c >= 0x80 ||
-            (c < 0x20 && c != '\b' && c != '\t' && c != '\n' && c != '\f' && c != '\r')) {
+    size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        if (!word(i)) {
             return false;
         }
     }
-    return true;
+    // The last few bytes as the end of a word that overlaps the one before.
+    return i == n || word(n - 8);
 }
 
 // The first property of this name holds its place, the last one its value:
@@ -372,6 +389,27 @@ struct JsonlWriter::Line {
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> json{buffer};
     std::string odd; // a text the JSON library writes
+    // The property names of the last instance and whether one of them came
+    // twice: a SEL's records bring the same names in the same order, so the
+    // question is settled once instead of once per record.
+    std::vector<std::string> names;
+    bool repeatedName = false;
+
+    bool anyNameTwice(const std::vector<host::Property>& props) {
+        bool same = names.size() == props.size();
+        for (size_t i = 0; same && i < props.size(); ++i) {
+            same = names[i] == props[i].name;
+        }
+        if (!same) {
+            names.clear();
+            repeatedName = false;
+            for (size_t i = 0; i < props.size(); ++i) {
+                repeatedName = repeatedName || namedBefore(props, i);
+                names.push_back(props[i].name);
+            }
+        }
+        return repeatedName;
+    }
 
     void text(std::string_view s, bool key) {
         if (plainText(s)) {
@@ -401,12 +439,13 @@ void JsonlWriter::write(const host::Instance& instance) {
     l.json.Key("properties", 10);
     l.json.StartObject();
     const auto& props = instance.properties;
+    const bool repeated = l.anyNameTwice(props);
     for (size_t i = 0; i < props.size(); ++i) {
-        if (namedBefore(props, i)) {
+        if (repeated && namedBefore(props, i)) {
             continue;
         }
         l.text(props[i].name, true);
-        const host::Property& p = *lastNamed(props, i);
+        const host::Property& p = repeated ? *lastNamed(props, i) : props[i];
         if (p.kind == host::PropertyKind::Bytes) {
             l.json.StartArray(); // numbers, not a string
             for (uint8_t b : p.bytes) {

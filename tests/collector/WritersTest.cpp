@@ -78,7 +78,7 @@ TEST(Jsonl, TextsKeepTheirBytesAndEscapesThroughEitherWritingPath) {
     // 8-bit texts another; both must give the bytes our users already parse.
     const std::pair<const char*, const char*> cases[] = {
         {"tab\there\\ \b\f\r/", R"("tab\there\\ \b\f\r/")"},
-        {"bell\x07 del\x7f", "\"bell\\u0007 del\x7f\""},
+        {"del\x7f esc\x1b", "\"del\x7f esc\\u001b\""},
         {"us \x1f and more", R"("us \u001f and more")"},
         {"caf\xC3\xA9 \xE2\x82\xAC", "\"caf\xC3\xA9 \xE2\x82\xAC\""},
         // Invalid UTF-8: one U+FFFD per broken sequence, and a byte that
