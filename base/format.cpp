@@ -90,12 +90,6 @@ NumberText HexByteLower(uint8_t value) {
     return n;
 }
 
-NumberText Hex(uint32_t value) {
-    NumberText n;
-    fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value, 16));
-    return n;
-}
-
 namespace {
 
 // A whole number that every printf form below writes as its digits alone.
@@ -181,9 +175,8 @@ int ScanHexFields(const char* text, unsigned int* fields, int count) {
         if (*p == '\0') {
             return done == 0 ? EOF : done;
         }
-        // The house text: two digits and no third, mostly followed by the
-        // blank. Everything the rules below do with such a field comes to
-        // the same value.
+        // Two digits and no third (the last field of a line, or one after
+        // more blanks): the rules below come to the same value.
         const int high = kDigitValue[p[0]];
         const int low = high >= 0 ? kDigitValue[p[1]] : -1;
         if (low >= 0 && kDigitValue[p[2]] < 0) {

@@ -25,7 +25,6 @@ struct NumberText {
 
 NumberText HexByte(uint8_t value);            // "%02X"
 NumberText HexByteLower(uint8_t value);       // "%02x"
-NumberText Hex(uint32_t value);               // "%x"
 NumberText Fixed(float value, int precision); // "%.<precision>f", precision 0..9
 NumberText General(double value);             // "%g"
 

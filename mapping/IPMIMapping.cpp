@@ -282,11 +282,13 @@ void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t
     char text[256] = {};
     char value[128] = {};
 
+    // Every piece goes after what out holds; nothing else writes to out here.
+    TextBuilder result = TextBuilder::Appending(out, size);
     uint8_t offset = ed1 & 0x0F;
     if (offset < 0x0C) {
         lookupOrLog(*this, cb, 100 + offset, text, sizeof text);
         TextAppend(text, sizeof text, ". ");
-        TextAppend(out, size, text);
+        result.Add(text);
     }
 
     // Byte 3 first, then the fifteen spaces, then byte 2: the order in which
@@ -312,8 +314,7 @@ void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t
     default:
         break;
     }
-    TextAppend(out, size, text);
-    TextAppend(out, size, kFifteenSpaces);
+    result.Add(text).Add(kFifteenSpaces);
 
     text[0] = '\0';
     switch ((ed1 >> 6) & 0x03) {
@@ -333,7 +334,7 @@ void IPMIMapping::GetThresholdOffset(TCPluginCallbacks* cb, uint8_t ed1, uint8_t
     default:
         break;
     }
-    TextAppend(out, size, text);
+    result.Add(text);
     Log(SevTrace, "IPMIMapping::GetThresholdOffset() function completed.");
 }
 

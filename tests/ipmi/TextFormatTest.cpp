@@ -40,9 +40,6 @@ TEST(NumberText, EveryByteAsTheHexAndDecimalForms) {
                       int64_t{INT32_MAX}, INT64_MAX}) {
         EXPECT_EQ(printed("%lld", static_cast<long long>(v)), str(Decimal(v)));
     }
-    for (uint32_t v : {0u, 9u, 0xAu, 0xFFu, 0x100u, 0xDEADBEEFu, UINT32_MAX}) {
-        EXPECT_EQ(printed("%x", v), str(Hex(v)));
-    }
 }
 
 // Readings the way the threshold decoder computes them (M * raw + B scaled by
