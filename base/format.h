@@ -78,7 +78,7 @@ class TextBuilder {
 
     TextBuilder& Add(const char* text); // up to its terminator
     TextBuilder& Add(std::string_view text) {
-        if (usable_) {
+        if (usable_ && !text.empty()) { // an empty view may have no data at all
             const size_t room = size_ - 1 - length_;
             const size_t n = text.size() < room ? text.size() : room;
             std::memcpy(buf_ + length_, text.data(), n);

@@ -35,6 +35,9 @@ class LogLine {
 
     LogLine& Add(const char* text) { return Add(std::string_view(text)); }
     LogLine& Add(std::string_view text) {
+        if (text.empty()) {
+            return *this; // an empty view may have no data to copy from at all
+        }
         if (length_ + text.size() < kInline) {
             std::memcpy(inline_ + length_, text.data(), text.size());
             length_ += text.size();

@@ -177,7 +177,12 @@ TEST(LogLine, HandsOverTheWholeLineHoweverLong) {
     for (size_t length : {size_t{511}, size_t{512}, size_t{513}, size_t{2000}}) {
         const std::string half(length / 2, 'h');
         const std::string rest(length - half.size() - 1, 'r');
-        LogLine().Add(half.c_str()).Add(std::string_view(rest)).Add(Decimal(7)).Write(SevTrace);
+        LogLine()
+            .Add(half.c_str())
+            .Add(std::string_view()) // no data at all: nothing to add
+            .Add(std::string_view(rest))
+            .Add(Decimal(7))
+            .Write(SevTrace);
         ASSERT_FALSE(capture.logs.empty());
         EXPECT_EQ(half + rest + "7", capture.logs.back().text) << length;
         EXPECT_EQ(SevTrace, capture.logs.back().severity);
