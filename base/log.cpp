@@ -7,14 +7,6 @@
 
 namespace ipmisel {
 
-void Log(int severity, const char* text) {
-    NOXAQSV20::fdrWriteLog(static_cast<NOXAQSV20::EQSVLogSeverity>(severity), text);
-}
-
-void Log(int severity, const std::string& text) {
-    Log(severity, text.c_str());
-}
-
 void LogF(int severity, const char* fmt, ...) {
     char small[512];
     va_list ap;

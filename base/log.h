@@ -19,8 +19,13 @@ enum Severity {
     SevTrace = NOXAQSV20::QSV_LOG_TRACE,
 };
 
-void Log(int severity, const char* text);
-void Log(int severity, const std::string& text);
+// Inline: a SEL record writes some fifty lines.
+inline void Log(int severity, const char* text) {
+    NOXAQSV20::fdrWriteLog(static_cast<NOXAQSV20::EQSVLogSeverity>(severity), text);
+}
+inline void Log(int severity, const std::string& text) {
+    Log(severity, text.c_str());
+}
 void LogF(int severity, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
 // One log line put together from pieces, for the lines written once or more
