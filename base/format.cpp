@@ -138,13 +138,6 @@ TextBuilder TextBuilder::Appending(char* buf, size_t size) {
     return TextBuilder(buf, size, used, used < size);
 }
 
-TextBuilder& TextBuilder::Add(const char* text) {
-    if (usable_) {
-        Add(std::string_view(text, strnlen(text, size_ - 1 - length_)));
-    }
-    return *this;
-}
-
 // What glibc's scanf does for "%x": skip blanks (the end of the text there
 // ends the whole scan), an optional sign, a "0" that may be followed by an
 // "x" or "X" which is passed over, then hexadecimal digits; the digits

@@ -76,7 +76,9 @@ class TextBuilder {
     // terminator within size, nothing is appended (as TextAppend).
     static TextBuilder Appending(char* buf, size_t size);
 
-    TextBuilder& Add(const char* text); // up to its terminator
+    // Up to its terminator. Inline, so that a literal's length is known when
+    // compiling and its copy is a few moves.
+    TextBuilder& Add(const char* text) { return Add(std::string_view(text)); }
     TextBuilder& Add(std::string_view text) {
         if (usable_ && !text.empty()) { // an empty view may have no data at all
             const size_t room = size_ - 1 - length_;
