@@ -2,13 +2,127 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <nlohmann/json.hpp>
-#if defined(__SSE2__) && !defined(RAPIDJSON_SSE2)
-#define RAPIDJSON_SSE2 // copies the runs that need no escape 16 bytes at a time
-#endif
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+namespace ipmisel::collector {
+
+// One jsonl line as RapidJSON's writer fills it: an output stream with room
+// reserved ahead (PutReserve) and written without checks (PutUnsafe).
+class LineBuffer {
+  public:
+    using Ch = char;
+    void Put(char c) {
+        Reserve(1);
+        *top_++ = c;
+    }
+    void PutUnsafe(char c) { *top_++ = c; }
+    char* PushUnsafe(size_t n) {
+        char* at = top_;
+        top_ += n;
+        return at;
+    }
+    void Reserve(size_t n) {
+        if (static_cast<size_t>(end_ - top_) < n) {
+            grow(n);
+        }
+    }
+    void Flush() {}
+    void Clear() { top_ = bytes_.data(); }
+    const char* data() const { return bytes_.data(); }
+    size_t size() const { return static_cast<size_t>(top_ - bytes_.data()); }
+
+  private:
+    [[gnu::noinline]] void grow(size_t n) {
+        const size_t used = size();
+        bytes_.resize(std::max(bytes_.size() * 2, used + n + 1024));
+        top_ = bytes_.data() + used;
+        end_ = bytes_.data() + bytes_.size();
+    }
+
+    std::vector<char> bytes_;
+    char* top_ = nullptr;
+    char* end_ = nullptr;
+};
+
+// Found by the writer through the buffer's namespace.
+inline void PutReserve(LineBuffer& line, size_t n) {
+    line.Reserve(n);
+}
+inline void PutUnsafe(LineBuffer& line, char c) {
+    line.PutUnsafe(c);
+}
+
+} // namespace ipmisel::collector
+
+namespace rapidjson {
+
+// The writer's hook for copying a run of characters that need no escape in
+// one go (its own version, for its own string buffer, uses SSE2 and only
+// for strings of 16 bytes and more). The run ends before the first byte the
+// writer must look at itself: a quote, a backslash, a control character or
+// an 8-bit byte; the writer then escapes that one as it always does.
+template <>
+inline bool Writer<ipmisel::collector::LineBuffer>::ScanWriteUnescapedString(StringStream& is,
+                                                                             size_t length) {
+    const char* const from = is.src_;
+    const char* const end = is.head_ + length;
+    const char* p = from;
+    constexpr uint64_t k01 = 0x0101010101010101ULL, k80 = 0x8080808080808080ULL;
+    auto zeroByte = [](uint64_t v) { return (v - k01) & ~v & k80; };
+    // A flag in the top bit of each byte of a word that stops the run; the
+    // lowest flag is exact (borrows only run upwards).
+    auto stops = [&](const char* at) {
+        uint64_t w;
+        std::memcpy(&w, at, 8);
+        return zeroByte(w ^ (k01 * '"')) | zeroByte(w ^ (k01 * '\\')) |
+               ((w - k01 * 0x20) & ~w & k80) | (w & k80);
+    };
+    uint64_t stop = 0;
+    while (stop == 0 && end - p >= 8) {
+        stop = stops(p);
+        p += stop ? std::countr_zero(stop) / 8 : 8;
+    }
+    if (stop == 0 && p < end) {
+        if (end - from >= 8) {
+            // The last bytes as the end of a word that overlaps checked ones.
+            stop = stops(end - 8) & (~uint64_t{0} << (8 * (8 - (end - p))));
+            p = stop ? end - 8 + std::countr_zero(stop) / 8 : end;
+        } else {
+            while (p < end) {
+                const auto c = static_cast<unsigned char>(*p);
+                if (c < 0x20 || c == '"' || c == '\\' || c >= 0x80) {
+                    break;
+                }
+                ++p;
+            }
+        }
+    }
+    // The run is copied in words too (the last one overlapping), a call to
+    // memcpy costing more than these short texts.
+    if (const size_t n = static_cast<size_t>(p - from); n != 0) {
+        char* to = os_->PushUnsafe(n);
+        if (n >= 8) {
+            uint64_t w;
+            for (size_t i = 0; i + 8 <= n; i += 8) {
+                std::memcpy(&w, from + i, 8);
+                std::memcpy(to + i, &w, 8);
+            }
+            std::memcpy(&w, from + n - 8, 8);
+            std::memcpy(to + n - 8, &w, 8);
+        } else {
+            for (size_t i = 0; i < n; ++i) {
+                to[i] = from[i];
+            }
+        }
+        is.src_ = p;
+    }
+    return p < end;
+}
+
+} // namespace rapidjson
 
 namespace ipmisel::collector {
 
@@ -386,8 +500,8 @@ bool namedBefore(const std::vector<host::Property>& props, size_t i) {
 } // namespace
 
 struct JsonlWriter::Line {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> json{buffer};
+    LineBuffer buffer;
+    rapidjson::Writer<LineBuffer> json{buffer};
     std::string odd; // a text the JSON library writes
     // The property names of the last instance and whether one of them came
     // twice: a SEL's records bring the same names in the same order, so the
@@ -459,7 +573,7 @@ void JsonlWriter::write(const host::Instance& instance) {
     l.json.EndObject();
     l.json.EndObject();
     l.buffer.Put('\n');
-    out_.write(l.buffer.GetString(), static_cast<std::streamsize>(l.buffer.GetSize()));
+    out_.write(l.buffer.data(), static_cast<std::streamsize>(l.buffer.size()));
 }
 
 // ---- table -----------------------------------------------------------------------

@@ -78,6 +78,7 @@ TEST(Jsonl, TextsKeepTheirBytesAndEscapesThroughEitherWritingPath) {
     // 8-bit texts another; both must give the bytes our users already parse.
     const std::pair<const char*, const char*> cases[] = {
         {"tab\there\\ \b\f\r/", R"("tab\there\\ \b\f\r/")"},
+        {"eight ok \"q\\", R"("eight ok \"q\\")"}, // escapes only in the last bytes
         {"del\x7f esc\x1b", "\"del\x7f esc\\u001b\""},
         {"us \x1f and more", R"("us \u001f and more")"},
         {"caf\xC3\xA9 \xE2\x82\xAC", "\"caf\xC3\xA9 \xE2\x82\xAC\""},
