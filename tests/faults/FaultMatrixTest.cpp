@@ -100,7 +100,7 @@ const Target kTargets[] = {
 // counts as unreachable (6), and the plug-in always reports success.
 struct Fault {
     std::string name;
-    json spec;
+    json answer; // the scenario keys that make the answer faulty
     int exitCode;
     // An answer longer than asked for still holds everything: nothing is lost.
     bool keepsAll = false;
@@ -285,7 +285,7 @@ TEST_P(FaultMatrix, CollectionSurvivesEveryFaultOfThisRequest) {
         if (*t.data) {
             fault["data"] = t.data;
         }
-        fault.update(faults[i].spec);
+        fault.update(faults[i].answer);
         s["nodes"][0]["faults"] = json::array({fault});
         paths.push_back(dir + "/case" + std::to_string(i) + ".json");
         std::ofstream(paths.back()) << s.dump();
