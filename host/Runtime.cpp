@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "host/framework.h"
 #include "host/runtime.h"
@@ -87,11 +87,25 @@ struct State {
     TPluginManagerProvider provider;
     fdriIOHandle output;
     // Arrays handed out and not yet deleted, so that a stray or double delete is
-    // refused instead of corrupting the heap.
-    std::unordered_set<TCIMValueArray*> arrays;
+    // refused instead of corrupting the heap. A plug-in keeps one or two at a
+    // time, the newest last.
+    std::vector<TCIMValueArray*> arrays;
+    // Deleted arrays, kept with their storage for the next ones: every log
+    // record makes and deletes one.
+    std::vector<std::unique_ptr<TCIMValueArray>> spareArrays;
     // The array last found in `arrays`: a record's bytes are added one call
     // each to the same array.
     TCIMValueArray* lastArray = nullptr;
+
+    // Where `array` is in `arrays` (searched from the newest), or npos.
+    size_t findArray(const TCIMValueArray* array) const {
+        for (size_t i = arrays.size(); i-- > 0;) {
+            if (arrays[i] == array) {
+                return i;
+            }
+        }
+        return std::string::npos;
+    }
     std::string logLine; // the text fdrWriteLog hands to the sink
     // Every plug-in path answered so far; the plug-in keeps the pointer it gets.
     std::set<std::string> pathAnswers;
@@ -99,7 +113,8 @@ struct State {
     std::unordered_map<std::string, int> folderFds;
 };
 
-State& state() {
+// Inlined: the plug-in calls into the host dozens of times per record.
+[[gnu::always_inline]] inline State& state() {
     static State* s = new State(); // never destroyed: the plug-in may log during exit
     return *s;
 }
@@ -289,7 +304,7 @@ ipmisel::host::Property& addProperty(fdriIOHandle* io, const char* name,
 
 bool knownArray(TCIMValueArray* array) {
     auto& s = state();
-    if (array == nullptr || (array != s.lastArray && !s.arrays.contains(array))) {
+    if (array == nullptr || (array != s.lastArray && s.findArray(array) == std::string::npos)) {
         return false;
     }
     s.lastArray = array;
@@ -340,9 +355,17 @@ EQSVStatusCode fdrNewCIMValueArray(TCIMValueArray** array) {
     if (array == nullptr) {
         return QSV_ERROR;
     }
-    auto* a = new TCIMValueArray();
-    state().arrays.insert(a);
-    *array = a;
+    auto& s = state();
+    std::unique_ptr<TCIMValueArray> a;
+    if (s.spareArrays.empty()) {
+        a = std::make_unique<TCIMValueArray>();
+    } else {
+        a = std::move(s.spareArrays.back());
+        s.spareArrays.pop_back();
+        a->bytes.clear();
+    }
+    s.arrays.push_back(a.get());
+    *array = a.release();
     return QSV_SUCCESS;
 }
 
@@ -365,13 +388,16 @@ EQSVStatusCode fdrAddArrayProperty(fdriIOHandle* io, const char* name, TCIMValue
 }
 
 EQSVStatusCode fdrDeleteCIMValueArray(TCIMValueArray* array) {
-    if (array == nullptr || state().arrays.erase(array) == 0) {
+    auto& s = state();
+    const size_t at = array == nullptr ? std::string::npos : s.findArray(array);
+    if (at == std::string::npos) {
         return QSV_ERROR;
     }
-    if (state().lastArray == array) {
-        state().lastArray = nullptr;
+    s.arrays.erase(s.arrays.begin() + static_cast<std::ptrdiff_t>(at));
+    if (s.lastArray == array) {
+        s.lastArray = nullptr;
     }
-    delete array;
+    s.spareArrays.emplace_back(array);
     return QSV_SUCCESS;
 }
 

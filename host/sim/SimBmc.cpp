@@ -116,7 +116,7 @@ host::IpmiResponse recordPart(const std::vector<std::vector<uint8_t>>& records, 
     std::vector<uint8_t> out;
     appendLe16(out, next < records.size() ? recordId(records[next]) : 0xFFFF);
     out.insert(out.end(), rec.begin() + r.offset, rec.begin() + static_cast<long>(r.offset + n));
-    return ok(out);
+    return ok(std::move(out));
 }
 
 std::vector<uint8_t> defaultDeviceId() {
@@ -283,8 +283,8 @@ host::IpmiResponse SimBmc::fromTranscript(const host::IpmiRequest& request) {
     return stored(t.sendFailure, t.cc, t.response);
 }
 
-long SimBmc::findRecord(const std::vector<std::vector<uint8_t>>& records,
-                        std::map<uint16_t, size_t>& index, uint16_t id) {
+long SimBmc::findRecord(const std::vector<std::vector<uint8_t>>& records, RecordIndex& index,
+                        uint16_t id) {
     if (records.empty()) {
         return -1;
     }
@@ -296,21 +296,24 @@ long SimBmc::findRecord(const std::vector<std::vector<uint8_t>>& records,
     }
     // The index is rebuilt whenever it no longer matches the records (a test
     // may change setup() between requests); the first record with an ID wins.
+    constexpr uint32_t kNone = UINT32_MAX;
     auto lookup = [&]() -> long {
-        auto it = index.find(id);
-        if (it != index.end() && it->second < records.size() &&
-            recordId(records[it->second]) == id) {
-            return static_cast<long>(it->second);
+        const uint32_t at = index.at.empty() ? kNone : index.at[id];
+        if (at != kNone && at < records.size() && recordId(records[at]) == id) {
+            return static_cast<long>(at);
         }
         return -1;
     };
     long pos = lookup();
-    if (pos >= 0 && index.size() <= records.size()) {
+    if (pos >= 0 && index.ids <= records.size()) {
         return pos;
     }
-    index.clear();
+    index.at.assign(0x10000, kNone);
+    index.ids = 0;
     for (size_t i = records.size(); i-- > 0;) {
-        index[recordId(records[i])] = i;
+        uint32_t& at = index.at[recordId(records[i])];
+        index.ids += at == kNone;
+        at = static_cast<uint32_t>(i);
     }
     return lookup();
 }
@@ -359,19 +362,19 @@ host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
         appendLe32(out, lastAdd);
         appendLe32(out, 0);
         out.push_back(0x02); // Reserve SEL supported
-        return ok(out);
+        return ok(std::move(out));
     }
     case 0x42: { // Reserve SEL
         selReservation_ = nextReservation(selReservation_);
         std::vector<uint8_t> out;
         appendLe16(out, selReservation_);
-        return ok(out);
+        return ok(std::move(out));
     }
     case 0x48: { // Get SEL Time
         uint32_t t = setup_.selTimeNow ? static_cast<uint32_t>(std::time(nullptr)) : setup_.selTime;
         std::vector<uint8_t> out;
         appendLe32(out, t);
-        return ok(out);
+        return ok(std::move(out));
     }
     case 0x20: { // Get SDR Repository Info
         size_t bytes = 0;
@@ -384,7 +387,7 @@ host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
         appendLe32(out, 0);
         appendLe32(out, 0);
         out.push_back(0x22); // non-modal update, Reserve SDR Repository supported
-        return ok(out);
+        return ok(std::move(out));
     }
     case 0x22: // Reserve SDR Repository
         reservation_ = nextReservation(reservation_);
@@ -402,7 +405,7 @@ host::IpmiResponse SimBmc::answer(const host::IpmiRequest& request) {
         std::vector<uint8_t> out;
         appendLe16(out, static_cast<uint32_t>(std::min<size_t>(it->second.size(), 0xFFFF)));
         out.push_back(0x00); // accessed by bytes
-        return ok(out);
+        return ok(std::move(out));
     }
     default:
         return fail(kCcInvalidCommand);
@@ -465,7 +468,7 @@ host::IpmiResponse SimBmc::readFru(const host::IpmiRequest& request) {
     std::vector<uint8_t> out{static_cast<uint8_t>(n)};
     out.insert(out.end(), bytes.begin() + static_cast<long>(offset),
                bytes.begin() + static_cast<long>(offset + n));
-    return ok(out);
+    return ok(std::move(out));
 }
 
 host::IpmiResponse SimBmc::masterWriteRead(const host::IpmiRequest& request) {
@@ -497,7 +500,7 @@ host::IpmiResponse SimBmc::masterWriteRead(const host::IpmiRequest& request) {
         out.push_back(pointer < regs.size() ? regs[pointer] : 0xFF);
         ++pointer;
     }
-    return ok(out);
+    return ok(std::move(out));
 }
 
 host::IpmiResponse SimBmc::auxLogStatus(const host::IpmiRequest& request) {
@@ -515,7 +518,7 @@ host::IpmiResponse SimBmc::auxLogStatus(const host::IpmiRequest& request) {
     std::vector<uint8_t> out{0xC1, 0xA3, 0x00};
     appendLe32(out, setup_.auxLogTime);
     appendLe16(out, count);
-    return ok(out);
+    return ok(std::move(out));
 }
 
 host::IpmiResponse SimBmc::auxLogRead(const host::IpmiRequest& request) {
@@ -553,7 +556,7 @@ host::IpmiResponse SimBmc::auxLogRead(const host::IpmiRequest& request) {
     size_t n = std::min(length, bodyLen - offset);
     auto from = entry.begin() + static_cast<long>(headerLen + offset);
     out.insert(out.end(), from, from + static_cast<long>(n));
-    return ok(out);
+    return ok(std::move(out));
 }
 
 namespace {

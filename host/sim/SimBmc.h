@@ -157,8 +157,15 @@ class SimBmc : public host::Transport {
     host::IpmiResponse auxLogRead(const host::IpmiRequest& request);
     // Position of the record with this ID, or -1. ID 0000h is the first and
     // FFFFh the last record.
-    long findRecord(const std::vector<std::vector<uint8_t>>& records,
-                    std::map<uint16_t, size_t>& index, uint16_t id);
+    // Position of every record ID (none: UINT32_MAX), and how many IDs it held
+    // when made: a flat table, as a walk of 65,535 records looks one up per
+    // request.
+    struct RecordIndex {
+        std::vector<uint32_t> at;
+        size_t ids = 0;
+    };
+    long findRecord(const std::vector<std::vector<uint8_t>>& records, RecordIndex& index,
+                    uint16_t id);
 
     NodeSetup setup_;
     std::string name_;
@@ -168,8 +175,8 @@ class SimBmc : public host::Transport {
     uint16_t reservation_ = 0;                             // current SDR reservation; 0: none
     uint32_t sdrReadsSinceReserve_ = 0;
     uint16_t selReservation_ = 0;
-    std::vector<uint32_t> faultHits_;                           // matching requests per fault
-    std::map<uint16_t, size_t> selIndex_, sdrIndex_;            // record ID -> position
+    std::vector<uint32_t> faultHits_; // matching requests per fault
+    RecordIndex selIndex_, sdrIndex_;
     std::map<std::pair<uint8_t, uint8_t>, uint8_t> i2cPointer_; // register pointer per device
     // A replay asked in the recorded order (the usual case) answers entry
     // after entry: while every request so far matched the next entry, that

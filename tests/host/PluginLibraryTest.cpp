@@ -106,6 +106,15 @@ TEST(Instances, NothingOfAnEarlierInstanceCarriesOver) {
     EXPECT_EQ(fdrDeleteCIMValueArray(empty), QSV_SUCCESS);
     EXPECT_EQ(fdrArrayAddUint8(empty, 4), QSV_ERROR);
     EXPECT_EQ(fdrDeleteCIMValueArray(array), QSV_SUCCESS);
+    EXPECT_EQ(fdrDeleteCIMValueArray(array), QSV_ERROR);
+    // A new array starts empty, whatever storage it takes over.
+    TCIMValueArray* fresh = nullptr;
+    ASSERT_EQ(fdrNewCIMValueArray(&fresh), QSV_SUCCESS);
+    ASSERT_EQ(fdrGetInstance(io, "Fourth"), QSV_SUCCESS);
+    fdrAddArrayProperty(io, "Fresh", fresh);
+    ASSERT_EQ(fdrAddInstance(io), QSV_SUCCESS);
+    EXPECT_EQ(describe(host.instances.back()), "Fourth Fresh=2''0");
+    EXPECT_EQ(fdrDeleteCIMValueArray(fresh), QSV_SUCCESS);
 }
 
 TEST(CoreServices, NullLogTextAndNoLanObjectWithoutALanSetting) {
