@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets (clang, ASan, UBSan) in build-fuzz/ and runs
-# each one in turn on its corpus, failing on the first crash, leak, timeout or
-# out-of-memory. Prints executions and coverage per target.
+# each one in turn on its corpus; a target stops at its first crash, leak,
+# timeout or out-of-memory, and the script fails when any target did. Prints
+# executions and coverage per target.
 #
 #   bash scripts/fuzz.sh                 every target, 30 s each
 #   bash scripts/fuzz.sh --smoke         every target, 20 s each on the committed
@@ -24,7 +25,7 @@ while [ $# -gt 0 ]; do
     --smoke) seconds=20; smoke=1 ;;
     --seconds) seconds="$2"; shift ;;
     --seeds) seeds=1 ;;
-    -h|--help) sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     fuzz_*) targets+=("$1") ;;
     *) echo "fuzz.sh: unknown argument '$1'" >&2; exit 2 ;;
   esac
@@ -72,6 +73,7 @@ fi
 
 mkdir -p "$build/artifacts"
 summary=()
+failed=()
 total=0
 for t in "${targets[@]}"; do
   name=${t#fuzz_}
@@ -82,23 +84,30 @@ for t in "${targets[@]}"; do
   mkdir -p "$work" "fuzz/corpus/$name"
   log="$build/artifacts/$t.log"
   echo "== $t (${seconds}s)"
-  # One fuzzer at a time, no forks: the machine is shared.
+  # One fuzzer at a time, no forks: the machine is shared. A target that
+  # fails does not keep the others from running: one report shows them all.
+  status=ok
   if ! ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
       "$build/bin/$t" -max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048 \
       -print_final_stats=1 -artifact_prefix="$build/artifacts/$t-" \
       "$work" "fuzz/corpus/$name" >"$log" 2>&1; then
     tail -n 60 "$log"
-    echo "fuzz.sh: $t failed; the input is in $build/artifacts/ and the log in $log" >&2
-    exit 1
+    status=FAILED
+    failed+=("$t: the input is in $build/artifacts/, the log in $log")
   fi
-  execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
-  rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log" | tail -1)
-  cov=$(grep -E '^#[0-9]+.*(DONE|pulse|NEW|REDUCE|INITED).*cov: ' "$log" | tail -1 | sed -E 's/.*cov: ([0-9]+).*/\1/')
-  ft=$(grep -E '^#[0-9]+.*cov: ' "$log" | tail -1 | sed -E 's/.* ft: ([0-9]+).*/\1/')
-  summary+=("$(printf '%-16s %12s execs %8s exec/s  cov: %-6s ft: %s' "$t" "$execs" "$rate" "$cov" "$ft")")
+  # A failed run may have no status line at all.
+  execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1 || true)
+  rate=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log" | tail -1 || true)
+  cov=$(grep -E '^#[0-9]+.*(DONE|pulse|NEW|REDUCE|INITED).*cov: ' "$log" | tail -1 | sed -E 's/.*cov: ([0-9]+).*/\1/' || true)
+  ft=$(grep -E '^#[0-9]+.*cov: ' "$log" | tail -1 | sed -E 's/.* ft: ([0-9]+).*/\1/' || true)
+  summary+=("$(printf '%-16s %12s execs %8s exec/s  cov: %-6s ft: %-6s %s' "$t" "$execs" "$rate" "$cov" "$ft" "$status")")
   total=$((total + ${execs:-0}))
 done
 
 echo "== summary"
 printf '%s\n' "${summary[@]}"
 echo "total executions: $total"
+if [ ${#failed[@]} -gt 0 ]; then
+  printf 'fuzz.sh: %s\n' "${failed[@]}" >&2
+  exit 1
+fi
