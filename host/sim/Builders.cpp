@@ -1,13 +1,14 @@
 #include "host/sim/Builders.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 
 namespace ipmisel::sim {
 
 namespace {
 
-int hexDigit(char c) {
+constexpr int hexDigit(char c) {
     if (c >= '0' && c <= '9') {
         return c - '0';
     }
@@ -20,7 +21,7 @@ int hexDigit(char c) {
     return -1;
 }
 
-bool isBlank(char c) {
+constexpr bool isBlank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
@@ -83,21 +84,33 @@ void finishLength(std::vector<uint8_t>& out) {
 } // namespace
 
 std::vector<uint8_t> parseHex(std::string_view text) {
+    // What each character is: a digit's value, a blank, or neither. A
+    // recording holds tens of thousands of these texts.
+    static constexpr int8_t kBlank = -2, kOther = -1;
+    static constexpr auto kKind = [] {
+        std::array<int8_t, 256> kind{};
+        kind.fill(kOther);
+        for (int c = 0; c < 256; ++c) {
+            if (isBlank(static_cast<char>(c))) {
+                kind[c] = kBlank;
+            } else if (int d = hexDigit(static_cast<char>(c)); d >= 0) {
+                kind[c] = static_cast<int8_t>(d);
+            }
+        }
+        return kind;
+    }();
     std::vector<uint8_t> out;
-    // Two digits a byte, with or without blanks between: room for them all
-    // at once instead of growing byte by byte.
-    out.reserve(static_cast<size_t>(
-                    std::count_if(text.begin(), text.end(), [](char c) { return !isBlank(c); })) /
-                2);
+    // Two digits a byte, blanks or not between them: never more than this.
+    out.reserve(text.size() / 2);
     int high = -1;
     for (char c : text) {
-        if (isBlank(c)) {
+        const int d = kKind[static_cast<unsigned char>(c)];
+        if (d == kBlank) {
             if (high >= 0) {
                 throw std::invalid_argument("a blank inside a hex byte");
             }
             continue;
         }
-        int d = hexDigit(c);
         if (d < 0) {
             throw std::invalid_argument(std::string("'") + c + "' is not a hex digit");
         }
