@@ -17,6 +17,7 @@ class LogFile {
 
   private:
     std::ofstream out_;
+    std::string line_; // the record being written
 };
 
 } // namespace ipmisel::collector
