@@ -503,10 +503,12 @@ struct JsonlWriter::Line {
     LineBuffer buffer;
     rapidjson::Writer<LineBuffer> json{buffer};
     std::string odd; // a text the JSON library writes
-    // The property names of the last instance and whether one of them came
-    // twice: a SEL's records bring the same names in the same order, so the
-    // question is settled once instead of once per record.
+    // The property names of the last instance, whether each is plain text,
+    // and whether one of them came twice: a SEL's records bring the same
+    // names in the same order, so these are settled once instead of once per
+    // record.
     std::vector<std::string> names;
+    std::vector<bool> plainNames;
     bool repeatedName = false;
 
     bool anyNameTwice(const std::vector<host::Property>& props) {
@@ -516,17 +518,20 @@ struct JsonlWriter::Line {
         }
         if (!same) {
             names.clear();
+            plainNames.clear();
             repeatedName = false;
             for (size_t i = 0; i < props.size(); ++i) {
                 repeatedName = repeatedName || namedBefore(props, i);
                 names.push_back(props[i].name);
+                plainNames.push_back(plainText(props[i].name));
             }
         }
         return repeatedName;
     }
 
-    void text(std::string_view s, bool key) {
-        if (plainText(s)) {
+    // `plain`: whether plainText(s) is known to hold already.
+    void text(std::string_view s, bool key, bool plain = false) {
+        if (plain || plainText(s)) {
             const auto n = static_cast<rapidjson::SizeType>(s.size());
             key ? json.Key(s.data(), n) : json.String(s.data(), n);
             return;
@@ -558,7 +563,7 @@ void JsonlWriter::write(const host::Instance& instance) {
         if (repeated && namedBefore(props, i)) {
             continue;
         }
-        l.text(props[i].name, true);
+        l.text(props[i].name, true, l.plainNames[i]);
         const host::Property& p = repeated ? *lastNamed(props, i) : props[i];
         if (p.kind == host::PropertyKind::Bytes) {
             l.json.StartArray(); // numbers, not a string

@@ -98,8 +98,8 @@ TEST(Jsonl, TextsKeepTheirBytesAndEscapesThroughEitherWritingPath) {
     // an odd name is written like an odd value.
     std::ostringstream out;
     JsonlWriter(out).write(
-        Instance{"C", {text("A", "1"), bytes("B", {2}), text("A", "3"), text("\x01", "4")}});
-    EXPECT_EQ(out.str(), R"({"class":"C","properties":{"A":"3","B":[2],"\u0001":"4"}})"
+        Instance{"C", {text("A", "1"), bytes("B", {2}), text("A", "3"), text("\x1f", "4")}});
+    EXPECT_EQ(out.str(), R"({"class":"C","properties":{"A":"3","B":[2],"\u001f":"4"}})"
                          "\n");
 }
 
