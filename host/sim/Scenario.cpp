@@ -216,8 +216,11 @@ void readJson(const ValueReader& values, std::string text, rapidjson::Document& 
     nlohmann::json parsed;
     try {
         parsed = nlohmann::json::parse(text);
-    } catch (const nlohmann::json::parse_error& e) {
-        // "[json.exception.parse_error.101] parse error at line 3, column 7: ..."
+    } catch (const nlohmann::json::exception& e) {
+        // "[json.exception.parse_error.101] parse error at line 3, column 7: ...";
+        // a number beyond a double's range is not a parse error to nlohmann
+        // but its own kind: "[json.exception.out_of_range.406] number overflow
+        // parsing '1e400'". Either way the user gets one line about the file.
         std::string what = e.what();
         auto cut = what.find("] ");
         values.fail("", cut == std::string::npos ? what : what.substr(cut + 2));

@@ -127,6 +127,11 @@ TEST(ScenarioParse, InvalidJsonOrAMissingFileIsOneLine) {
         got = errorOf(text);
         EXPECT_EQ(got.rfind("bad.json: parse error at line 1, column ", 0), 0u) << got;
     }
+    // A number no double holds is refused the same way, not thrown as
+    // another kind of error (a fuzzed input once did).
+    EXPECT_EQ(errorOf(R"({"nodes": [{"latencyMs": 1e400}]})"),
+              "bad.json: number overflow parsing '1e400'");
+    EXPECT_EQ(errorOf("444.44e444.4"), "bad.json: number overflow parsing '444.44e444'");
     try {
         loadScenarioFile("/nonexistent/dir/x.json");
         FAIL() << "accepted";
