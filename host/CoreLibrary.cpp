@@ -243,10 +243,21 @@ TCIMDateTime TOSSpecific::GetLocalTime() {
     if (cfg.utcOffsetMinutes) {
         offset = *cfg.utcOffsetMinutes;
     } else {
-        // The zone's offset at that instant, daylight saving included.
-        time_t secs = static_cast<time_t>(floorDiv(utcMicros, kMicrosPerSecond));
-        tm local{};
-        offset = ::localtime_r(&secs, &local) ? static_cast<int>(local.tm_gmtoff / 60) : 0;
+        // The zone's offset at that instant, daylight saving included. The
+        // plug-in asks once per record, nearly always within the same second:
+        // that second's answer is kept.
+        const time_t secs = static_cast<time_t>(floorDiv(utcMicros, kMicrosPerSecond));
+        thread_local time_t cachedSecs = 0;
+        thread_local int cachedOffset = 0;
+        thread_local bool cached = false;
+        if (!cached || secs != cachedSecs) {
+            tm local{};
+            cachedOffset =
+                ::localtime_r(&secs, &local) ? static_cast<int>(local.tm_gmtoff / 60) : 0;
+            cachedSecs = secs;
+            cached = true;
+        }
+        offset = cachedOffset;
     }
     offset = std::clamp(offset, -999, 999);
     return absoluteOf(utcMicros, static_cast<int16_t>(offset));
