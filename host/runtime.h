@@ -95,6 +95,9 @@ struct Config {
 
     bool registerFails = false; // fdrRegisterPlugin answers a non-zero status
 
+    // Both see their argument for the length of the call only: the host
+    // reuses the instance's and the line's storage for the next ones, so a
+    // sink keeps a copy of what it needs.
     std::function<void(const Instance&)> instanceSink;
     std::function<void(int severity, const std::string& text)> logSink;
     int logLevel = 4; // lines above this severity are dropped before the sink
