@@ -11,21 +11,28 @@ namespace {
 // bytes) a caller keeps: far enough past it to show an overrun.
 constexpr int64_t kMaxOversize = 1024;
 
-// Each object of a list as an entry for one request: "netfn" and "cmd"
-// (both needed) first, then read(fields, entry) for the rest; keys nobody
-// read are refused before the entry is taken.
+// An object as an entry for one request: "netfn" and "cmd" (both needed)
+// first, then read(fields, entry) for the rest; keys nobody read are refused
+// before the entry is taken.
+template <class Entry, class Read>
+Entry readRequest(const ValueReader& values, const json& item, const std::string& here,
+                  Read&& read) {
+    FieldReader f(values, item, here);
+    Entry entry;
+    if (!f.num("netfn", entry.netfn, 0, 0x3F) || !f.num("cmd", entry.cmd)) {
+        f.fail("needs \"netfn\" and \"cmd\"");
+    }
+    read(f, entry);
+    f.finish();
+    return entry;
+}
+
+// Each object of a list as such an entry.
 template <class Entry, class Read>
 void readRequests(const ValueReader& values, const json& v, const std::string& place,
                   std::vector<Entry>& out, Read&& read) {
     values.eachItem(v, place, [&](const json& item, const std::string& here) {
-        FieldReader f(values, item, here);
-        Entry entry;
-        if (!f.num("netfn", entry.netfn, 0, 0x3F) || !f.num("cmd", entry.cmd)) {
-            f.fail("needs \"netfn\" and \"cmd\"");
-        }
-        read(f, entry);
-        f.finish();
-        out.push_back(std::move(entry));
+        out.push_back(readRequest<Entry>(values, item, here, read));
     });
 }
 
@@ -117,9 +124,76 @@ void parseFaults(const ValueReader& values, const json& v, const std::string& pl
     });
 }
 
+namespace {
+
+// A recording's usual entry, read without the bookkeeping that names places
+// and refuses unknown keys: every key one of the entry's own and given once,
+// every value well formed. False for anything else, a mistake included, which
+// the general reading then reports with its place.
+bool quickEntry(const ValueReader& values, const json& item, TranscriptEntry& t) {
+    if (!item.IsObject()) {
+        return false;
+    }
+    enum Key : unsigned { kNetfn, kCmd, kLun, kData, kFail, kCc, kResponse, kKeys };
+    static constexpr std::string_view kNames[kKeys] = {"netfn", "cmd", "lun",     "data",
+                                                       "fail",  "cc",  "response"};
+    static const std::string nowhere; // never shown: a failure falls back
+    unsigned seen = 0;
+    try {
+        for (auto m = item.MemberBegin(); m != item.MemberEnd(); ++m) {
+            const std::string_view name = keyOf(m);
+            if (name == "comment") {
+                continue;
+            }
+            unsigned k = 0;
+            while (k < kKeys && kNames[k] != name) {
+                ++k;
+            }
+            if (k == kKeys || (seen >> k & 1u) != 0) {
+                return false;
+            }
+            seen |= 1u << k;
+            const json& v = m->value;
+            switch (k) {
+            case kNetfn:
+                t.netfn = static_cast<uint8_t>(values.number(v, nowhere, 0, 0x3F));
+                break;
+            case kCmd:
+                t.cmd = static_cast<uint8_t>(values.number(v, nowhere, 0, 0xFF));
+                break;
+            case kLun:
+                t.lun = static_cast<uint8_t>(values.number(v, nowhere, 0, 3));
+                break;
+            case kData:
+                t.data = values.bytes(v, nowhere);
+                break;
+            case kFail:
+                if (!v.IsBool() || !v.GetBool()) {
+                    return false;
+                }
+                t.sendFailure = true;
+                break;
+            case kCc:
+                t.cc = static_cast<uint8_t>(values.number(v, nowhere, 0, 0xFF));
+                break;
+            default:
+                t.response = values.bytes(v, nowhere);
+                break;
+            }
+        }
+    } catch (const ScenarioError&) {
+        return false;
+    }
+    const bool both = (seen & (1u << kNetfn | 1u << kCmd)) == (1u << kNetfn | 1u << kCmd);
+    const bool answered = (seen & (1u << kCc | 1u << kResponse)) != 0;
+    return both && !(t.sendFailure && answered);
+}
+
+} // namespace
+
 void parseTranscript(const ValueReader& values, const json& v, const std::string& place,
                      NodeSetup& node) {
-    readRequests(values, v, place, node.transcript, [](FieldReader& f, TranscriptEntry& t) {
+    auto read = [](FieldReader& f, TranscriptEntry& t) {
         f.num("lun", t.lun, 0, 3);
         f.bytes("data", t.data);
         t.sendFailure = readFailFlag(f);
@@ -128,6 +202,14 @@ void parseTranscript(const ValueReader& values, const json& v, const std::string
         if (t.sendFailure && (hasCc || hasResponse)) {
             f.fail("a failed send has no \"cc\" or \"response\"");
         }
+    };
+    // A recording of a full SEL holds tens of thousands of entries.
+    values.eachItem(v, place, [&](const json& item, const std::string& here) {
+        TranscriptEntry t;
+        if (!quickEntry(values, item, t)) {
+            t = readRequest<TranscriptEntry>(values, item, here, read);
+        }
+        node.transcript.push_back(std::move(t));
     });
 }
 
