@@ -9,6 +9,7 @@
 #include <fstream>
 #include <memory>
 
+#include "collector/BackgroundWriter.h"
 #include "collector/Fleet.h"
 #include "collector/LogFile.h"
 #include "collector/Progress.h"
@@ -389,7 +390,13 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     }
 
     Format format = options.format.value_or(toTerminal ? Format::Table : Format::Jsonl);
-    auto writer = makeWriter(format, *sink, toTerminal ? env.terminalWidth : 120);
+    std::unique_ptr<InstanceWriter> writer =
+        makeWriter(format, *sink, toTerminal ? env.terminalWidth : 120);
+    if (!toTerminal) {
+        // Output for programs is written beside the collection; a terminal's
+        // table takes turns with the progress line on this thread.
+        writer = std::make_unique<BackgroundWriter>(std::move(writer));
+    }
     ProgressDisplay progress(err, env.stderrIsTerminal);
     nodeErrors.progress = &progress;
 
