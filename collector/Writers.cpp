@@ -3,9 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <rapidjson/writer.h>
+#include <string_view>
 
 namespace ipmisel::collector {
 
@@ -33,6 +38,16 @@ class LineBuffer {
     void Clear() { top_ = bytes_.data(); }
     const char* data() const { return bytes_.data(); }
     size_t size() const { return static_cast<size_t>(top_ - bytes_.data()); }
+    void Truncate(size_t n) { top_ = bytes_.data() + n; }
+    void Append(std::string_view text) {
+        Reserve(text.size());
+        std::memcpy(PushUnsafe(text.size()), text.data(), text.size());
+    }
+
+    // Set by the writer's scan when a text holds a byte that the JSON library
+    // defining our output writes differently: a control character without a
+    // short escape, or an 8-bit byte.
+    bool odd = false;
 
   private:
     [[gnu::noinline]] void grow(size_t n) {
@@ -59,17 +74,35 @@ inline void PutUnsafe(LineBuffer& line, char c) {
 
 namespace rapidjson {
 
-// The writer's hook for copying a run of characters that need no escape in
-// one go (its own version, for its own string buffer, uses SSE2 and only
-// for strings of 16 bytes and more). The run ends before the first byte the
-// writer must look at itself: a quote, a backslash, a control character or
-// an 8-bit byte; the writer then escapes that one as it always does.
-template <>
-inline bool Writer<ipmisel::collector::LineBuffer>::ScanWriteUnescapedString(StringStream& is,
-                                                                             size_t length) {
-    const char* const from = is.src_;
-    const char* const end = is.head_ + length;
-    const char* p = from;
+namespace {
+
+// Where a run of bytes that need no escape ends: at the first quote,
+// backslash, control character or 8-bit byte, or at `end`.
+inline const char* plainRunEnd(const char* p, const char* const end) {
+#if defined(__SSE2__)
+    // Sixteen bytes at a time; the signed compare with 20h also catches the
+    // 8-bit bytes, which read as negative.
+    auto stops16 = [](const char* at) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        const __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8('"')),
+                                                        _mm_cmpeq_epi8(x, _mm_set1_epi8('\\'))),
+                                           _mm_cmplt_epi8(x, _mm_set1_epi8(0x20)));
+        return static_cast<uint32_t>(_mm_movemask_epi8(marks));
+    };
+    if (end - p >= 16) {
+        for (; end - p >= 16; p += 16) {
+            if (const uint32_t stop = stops16(p)) {
+                return p + std::countr_zero(stop);
+            }
+        }
+        if (p == end) {
+            return end;
+        }
+        // The last bytes as the end of a block that overlaps checked ones.
+        const uint32_t stop = stops16(end - 16) >> (16 - (end - p));
+        return stop ? p + std::countr_zero(stop) : end;
+    }
+#endif
     constexpr uint64_t k01 = 0x0101010101010101ULL, k80 = 0x8080808080808080ULL;
     auto zeroByte = [](uint64_t v) { return (v - k01) & ~v & k80; };
     // A flag in the top bit of each byte of a word that stops the run; the
@@ -80,44 +113,72 @@ inline bool Writer<ipmisel::collector::LineBuffer>::ScanWriteUnescapedString(Str
         return zeroByte(w ^ (k01 * '"')) | zeroByte(w ^ (k01 * '\\')) |
                ((w - k01 * 0x20) & ~w & k80) | (w & k80);
     };
-    uint64_t stop = 0;
-    while (stop == 0 && end - p >= 8) {
-        stop = stops(p);
-        p += stop ? std::countr_zero(stop) / 8 : 8;
-    }
-    if (stop == 0 && p < end) {
-        if (end - from >= 8) {
-            // The last bytes as the end of a word that overlaps checked ones.
-            stop = stops(end - 8) & (~uint64_t{0} << (8 * (8 - (end - p))));
-            p = stop ? end - 8 + std::countr_zero(stop) / 8 : end;
-        } else {
-            while (p < end) {
-                const auto c = static_cast<unsigned char>(*p);
-                if (c < 0x20 || c == '"' || c == '\\' || c >= 0x80) {
-                    break;
-                }
-                ++p;
+    if (end - p >= 8) {
+        for (; end - p >= 8; p += 8) {
+            if (const uint64_t stop = stops(p)) {
+                return p + std::countr_zero(stop) / 8;
             }
         }
+        if (p == end) {
+            return end;
+        }
+        const uint64_t stop = stops(end - 8) >> (8 * (8 - (end - p)));
+        return stop ? p + std::countr_zero(stop) / 8 : end;
     }
-    // The run is copied in words too (the last one overlapping), a call to
-    // memcpy costing more than these short texts.
+    for (; p < end; ++p) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (c < 0x20 || c == '"' || c == '\\' || c >= 0x80) {
+            break;
+        }
+    }
+    return p;
+}
+
+// Copies n bytes in blocks (the last one overlapping): a call to memcpy costs
+// more than these short texts.
+inline void copyShort(char* to, const char* from, size_t n) {
+    if (n >= 16) {
+        for (size_t i = 0; i + 16 <= n; i += 16) {
+            std::memcpy(to + i, from + i, 16);
+        }
+        std::memcpy(to + n - 16, from + n - 16, 16);
+    } else if (n >= 8) {
+        std::memcpy(to, from, 8);
+        std::memcpy(to + n - 8, from + n - 8, 8);
+    } else {
+        for (size_t i = 0; i < n; ++i) {
+            to[i] = from[i];
+        }
+    }
+}
+
+// Bytes the writer escapes as the JSON library does: the quote, the
+// backslash and the five control characters with a short escape.
+inline bool shortEscape(unsigned char c) {
+    return c == '"' || c == '\\' || c == '\b' || c == '\t' || c == '\n' || c == '\f' || c == '\r';
+}
+
+} // namespace
+
+// The writer's hook for copying a run of characters that need no escape in
+// one go (its own version is for its own string buffer only). The run ends
+// before the first byte the writer must look at itself; the writer then
+// escapes that one as it always does, unless it is one that the JSON library
+// defining our output writes differently, which ends the text here and tells
+// the line's owner.
+template <>
+inline bool Writer<ipmisel::collector::LineBuffer>::ScanWriteUnescapedString(StringStream& is,
+                                                                             size_t length) {
+    const char* const from = is.src_;
+    const char* const end = is.head_ + length;
+    const char* const p = plainRunEnd(from, end);
     if (const size_t n = static_cast<size_t>(p - from); n != 0) {
-        char* to = os_->PushUnsafe(n);
-        if (n >= 8) {
-            uint64_t w;
-            for (size_t i = 0; i + 8 <= n; i += 8) {
-                std::memcpy(&w, from + i, 8);
-                std::memcpy(to + i, &w, 8);
-            }
-            std::memcpy(&w, from + n - 8, 8);
-            std::memcpy(to + n - 8, &w, 8);
-        } else {
-            for (size_t i = 0; i < n; ++i) {
-                to[i] = from[i];
-            }
-        }
+        copyShort(os_->PushUnsafe(n), from, n);
         is.src_ = p;
+    }
+    if (p < end && !shortEscape(static_cast<unsigned char>(*p))) {
+        os_->odd = true;
+        return false;
     }
     return p < end;
 }
@@ -433,49 +494,6 @@ std::vector<std::string> partBlock(const host::Instance& instance, std::string_v
 
 namespace {
 
-// Whether the streaming writer gives a text the same bytes as the JSON
-// library that defines our output: plain ASCII whose only control characters
-// have a short escape (\b \t \n \f \r). Anything else (8-bit BMC text that
-// may not be UTF-8, other control characters) is rare and goes through the
-// library itself, which replaces invalid UTF-8 by U+FFFD and escapes control
-// characters its own way.
-bool plainText(std::string_view text) {
-    static constexpr auto kPlain = [] {
-        std::array<bool, 256> plain{};
-        for (int c = 0x20; c < 0x80; ++c) {
-            plain[c] = true;
-        }
-        for (char c : {'\b', '\t', '\n', '\f', '\r'}) {
-            plain[static_cast<unsigned char>(c)] = true;
-        }
-        return plain;
-    }();
-    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-    const size_t n = text.size();
-    // Eight bytes at a time while none is 8-bit or below 20h, the usual case;
-    // a word that has one is looked at byte by byte.
-    auto word = [&](size_t at) {
-        constexpr uint64_t kHigh = 0x8080808080808080ULL, kSpace = 0x2020202020202020ULL;
-        uint64_t w;
-        std::memcpy(&w, p + at, 8);
-        if (((w | (w - kSpace)) & kHigh) == 0) {
-            return true;
-        }
-        return std::all_of(p + at, p + at + 8, [](unsigned char c) { return kPlain[c]; });
-    };
-    if (n < 8) {
-        return std::all_of(p, p + n, [](unsigned char c) { return kPlain[c]; });
-    }
-    size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        if (!word(i)) {
-            return false;
-        }
-    }
-    // The last few bytes as the end of a word that overlaps the one before.
-    return i == n || word(n - 8);
-}
-
 // The first property of this name holds its place, the last one its value:
 // what an ordered JSON object does with a name given twice.
 const host::Property* lastNamed(const std::vector<host::Property>& props, size_t i) {
@@ -497,19 +515,73 @@ bool namedBefore(const std::vector<host::Property>& props, size_t i) {
     return false;
 }
 
+// The numbers 0 to 255 as JSON writes them, for the byte arrays.
+struct ByteNumber {
+    char text[3];
+    uint8_t length;
+};
+constexpr auto kByteNumbers = [] {
+    std::array<ByteNumber, 256> numbers{};
+    for (int b = 0; b < 256; ++b) {
+        ByteNumber& n = numbers[b];
+        if (b >= 100) {
+            n.text[n.length++] = static_cast<char>('0' + b / 100);
+        }
+        if (b >= 10) {
+            n.text[n.length++] = static_cast<char>('0' + b / 10 % 10);
+        }
+        n.text[n.length++] = static_cast<char>('0' + b % 10);
+    }
+    return numbers;
+}();
+
 } // namespace
 
+// One line is put together from the object's punctuation and its texts; each
+// text is quoted and escaped by RapidJSON's streaming writer, reset for every
+// text. A text the writer would write differently from the JSON library that
+// defines our output (8-bit BMC text that need not be UTF-8, control
+// characters without a short escape) is rare and goes through that library,
+// which replaces invalid UTF-8 by U+FFFD and escapes control characters its
+// own way.
 struct JsonlWriter::Line {
     LineBuffer buffer;
     rapidjson::Writer<LineBuffer> json{buffer};
     std::string odd; // a text the JSON library writes
-    // The property names of the last instance, whether each is plain text,
-    // and whether one of them came twice: a SEL's records bring the same
-    // names in the same order, so these are settled once instead of once per
-    // record.
+    // The property names of the last instance, each as its JSON text with the
+    // colon after it, and whether one of them came twice: a SEL's records
+    // bring the same names in the same order, so these are settled once
+    // instead of once per record.
     std::vector<std::string> names;
-    std::vector<bool> plainNames;
+    std::vector<std::string> keys;
     bool repeatedName = false;
+
+    // Appends `s` as a JSON string.
+    void text(std::string_view s) {
+        const size_t start = buffer.size();
+        buffer.odd = false;
+        json.Reset(buffer);
+        json.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
+        if (buffer.odd) {
+            buffer.Truncate(start);
+            odd = nlohmann::json(std::string(s))
+                      .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+            buffer.Append(odd);
+        }
+    }
+
+    void bytes(const std::vector<uint8_t>& values) {
+        buffer.Reserve(2 + 4 * values.size());
+        buffer.PutUnsafe('[');
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (i != 0) {
+                buffer.PutUnsafe(',');
+            }
+            const ByteNumber& n = kByteNumbers[values[i]];
+            std::memcpy(buffer.PushUnsafe(n.length), n.text, n.length);
+        }
+        buffer.PutUnsafe(']');
+    }
 
     bool anyNameTwice(const std::vector<host::Property>& props) {
         bool same = names.size() == props.size();
@@ -518,29 +590,19 @@ struct JsonlWriter::Line {
         }
         if (!same) {
             names.clear();
-            plainNames.clear();
+            keys.clear();
             repeatedName = false;
             for (size_t i = 0; i < props.size(); ++i) {
                 repeatedName = repeatedName || namedBefore(props, i);
                 names.push_back(props[i].name);
-                plainNames.push_back(plainText(props[i].name));
+                const size_t start = buffer.size();
+                text(props[i].name);
+                buffer.Put(':');
+                keys.emplace_back(buffer.data() + start, buffer.size() - start);
+                buffer.Truncate(start);
             }
         }
         return repeatedName;
-    }
-
-    // `plain`: whether plainText(s) is known to hold already.
-    void text(std::string_view s, bool key, bool plain = false) {
-        if (plain || plainText(s)) {
-            const auto n = static_cast<rapidjson::SizeType>(s.size());
-            key ? json.Key(s.data(), n) : json.String(s.data(), n);
-            return;
-        }
-        // BMC texts are 8-bit and need not be UTF-8: replace what is not
-        // rather than lose the whole record.
-        odd = nlohmann::json(std::string(s))
-                  .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-        json.RawValue(odd.data(), odd.size(), rapidjson::kStringType);
     }
 };
 
@@ -551,33 +613,29 @@ JsonlWriter::~JsonlWriter() = default;
 void JsonlWriter::write(const host::Instance& instance) {
     Line& l = *line_;
     l.buffer.Clear();
-    l.json.Reset(l.buffer);
-    l.json.StartObject();
-    l.json.Key("class", 5);
-    l.text(instance.className, false);
-    l.json.Key("properties", 10);
-    l.json.StartObject();
+    l.buffer.Append(R"({"class":)");
+    l.text(instance.className);
+    l.buffer.Append(R"(,"properties":{)");
     const auto& props = instance.properties;
     const bool repeated = l.anyNameTwice(props);
+    bool first = true;
     for (size_t i = 0; i < props.size(); ++i) {
         if (repeated && namedBefore(props, i)) {
             continue;
         }
-        l.text(props[i].name, true, l.plainNames[i]);
+        if (!first) {
+            l.buffer.Put(',');
+        }
+        first = false;
+        l.buffer.Append(l.keys[i]);
         const host::Property& p = repeated ? *lastNamed(props, i) : props[i];
         if (p.kind == host::PropertyKind::Bytes) {
-            l.json.StartArray(); // numbers, not a string
-            for (uint8_t b : p.bytes) {
-                l.json.Uint(b);
-            }
-            l.json.EndArray();
+            l.bytes(p.bytes); // numbers, not a string
         } else {
-            l.text(p.text, false);
+            l.text(p.text);
         }
     }
-    l.json.EndObject();
-    l.json.EndObject();
-    l.buffer.Put('\n');
+    l.buffer.Append("}}\n");
     out_.write(l.buffer.data(), static_cast<std::streamsize>(l.buffer.size()));
 }
 

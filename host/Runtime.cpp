@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -295,7 +296,12 @@ bool canAdd(fdriIOHandle* io, const char* name) {
 ipmisel::host::Property& addProperty(fdriIOHandle* io, const char* name,
                                      ipmisel::host::PropertyKind kind) {
     ipmisel::host::Property& p = io->append();
-    p.name.assign(name);
+    // A slot reused for the same property of the next record (a SEL's records
+    // bring the same names in the same order) already holds the name.
+    const size_t length = std::strlen(name);
+    if (p.name.size() != length || std::memcmp(p.name.data(), name, length) != 0) {
+        p.name.assign(name, length);
+    }
     p.kind = kind;
     p.text.clear();
     p.bytes.clear();
@@ -414,14 +420,24 @@ EQSVStatusCode fdrAddInstance(fdriIOHandle* io) {
     return QSV_SUCCESS;
 }
 
-void fdrWriteLog(EQSVLogSeverity severity, const char* text) {
+namespace {
+
+// Out of line, so that the lines nobody keeps (most of them, at the default
+// level) cost a compare and a return: the plug-in writes some fifty a record.
+[[gnu::noinline]] void deliverLog(int severity, const char* text) {
     auto& s = state();
-    if (static_cast<int>(severity) > s.config.logLevel || !s.config.logSink) {
-        return;
-    }
     // One buffer for every line: the plug-in logs several lines per record.
     s.logLine.assign(text ? text : "(null)");
-    s.config.logSink(static_cast<int>(severity), s.logLine);
+    s.config.logSink(severity, s.logLine);
+}
+
+} // namespace
+
+void fdrWriteLog(EQSVLogSeverity severity, const char* text) {
+    const auto& config = state().config;
+    if (static_cast<int>(severity) <= config.logLevel && config.logSink) {
+        deliverLog(static_cast<int>(severity), text);
+    }
 }
 
 } // namespace NOXAQSV20

@@ -102,8 +102,28 @@ std::vector<uint8_t> parseHex(std::string_view text) {
     std::vector<uint8_t> out;
     // Two digits a byte, blanks or not between them: never more than this.
     out.reserve(text.size() / 2);
+    // The form recordings and scenarios use, two digits and a blank a byte,
+    // goes three characters at a step; whatever else follows is read below.
+    const auto kindAt = [&](size_t i) { return kKind[static_cast<unsigned char>(text[i])]; };
+    size_t done = 0;
+    while (done + 2 <= text.size()) {
+        const int h = kindAt(done), l = kindAt(done + 1);
+        if (h < 0 || l < 0) {
+            break;
+        }
+        out.push_back(static_cast<uint8_t>(h << 4 | l));
+        if (done + 2 == text.size()) {
+            done += 2;
+            break;
+        }
+        if (kindAt(done + 2) != kBlank) {
+            done += 2; // the pair is read; the next character is looked at below
+            break;
+        }
+        done += 3;
+    }
     int high = -1;
-    for (char c : text) {
+    for (char c : text.substr(done)) {
         const int d = kKind[static_cast<unsigned char>(c)];
         if (d == kBlank) {
             if (high >= 0) {

@@ -64,13 +64,15 @@ TEST(Jsonl, OneObjectPerInstanceInPluginOrder) {
     // are not UTF-8 are replaced, not allowed to kill the line.
     w.write(Instance{"OXASG_IPMIFRU",
                      {text("Zeta", "two\nlines \"q\""), when("When", "20240301120005.000000+060"),
-                      bytes("Raw", {1, 0, 255}), bytes("None", {}), text("Bad", "\xFF")}});
+                      bytes("Raw", {1, 0, 9, 10, 99, 100, 199, 200, 255}), bytes("None", {}),
+                      text("Bad", "\xFF")}});
     w.write(Instance{"OXASG_IPMILogRecord", {}});
-    EXPECT_EQ(out.str(), R"({"class":"OXASG_IPMIFRU","properties":{"Zeta":"two\nlines \"q\"",)"
-                         R"("When":"20240301120005.000000+060","Raw":[1,0,255],"None":[],)"
-                         "\"Bad\":\"\xEF\xBF\xBD\"}}\n"
-                         R"({"class":"OXASG_IPMILogRecord","properties":{}})"
-                         "\n");
+    EXPECT_EQ(out.str(),
+              R"({"class":"OXASG_IPMIFRU","properties":{"Zeta":"two\nlines \"q\"",)"
+              R"("When":"20240301120005.000000+060","Raw":[1,0,9,10,99,100,199,200,255],"None":[],)"
+              "\"Bad\":\"\xEF\xBF\xBD\"}}\n"
+              R"({"class":"OXASG_IPMILogRecord","properties":{}})"
+              "\n");
 }
 
 TEST(Jsonl, TextsKeepTheirBytesAndEscapesThroughEitherWritingPath) {

@@ -93,5 +93,22 @@ TEST(Builders, SmbiosStructuresAndHexText) {
     EXPECT_THROW(parseHex("0 1"), std::invalid_argument);
 }
 
+TEST(Builders, HexTextInAnyLayoutReadsTheSameBytes) {
+    using Bytes = std::vector<uint8_t>;
+    const Bytes ab = {0x0A, 0xBC, 0xD0};
+    // The usual layout, then layouts that leave it part-way: no blanks, two
+    // blanks, tabs, lower case, a blank at either end.
+    for (const char* text :
+         {"0A BC D0", "0A BC D0 ", "0abcd0", "0A  BC\tD0", "0A BCD0", " 0A BC D0", "0ABC D0"}) {
+        EXPECT_EQ(parseHex(text), ab) << text;
+    }
+    EXPECT_EQ(parseHex(""), Bytes{});
+    EXPECT_EQ(parseHex("FF"), Bytes{0xFF});
+    // Broken texts fail wherever the break is, also after a good start.
+    for (const char* text : {"0A B", "0A BC D", "0A BCD 0", "0A BG", "0A B C", "0A,BC", "0AB"}) {
+        EXPECT_THROW(parseHex(text), std::invalid_argument) << text;
+    }
+}
+
 } // namespace
 } // namespace ipmisel::sim
