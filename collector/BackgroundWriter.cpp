@@ -16,6 +16,22 @@ void BackgroundWriter::write(const host::Instance& instance) {
         inner_->write(instance); // after finish(): nothing left to overlap
         return;
     }
+    // A copy into storage an earlier instance left: no allocation once the
+    // batches have seen instances of this size.
+    nextSlot() = instance;
+    slotFilled();
+}
+
+void BackgroundWriter::take(host::Instance& instance) {
+    if (!thread_.joinable()) {
+        inner_->write(instance);
+        return;
+    }
+    std::swap(nextSlot(), instance);
+    slotFilled();
+}
+
+host::Instance& BackgroundWriter::nextSlot() {
     if (!filling_) {
         std::lock_guard lock(mutex_);
         if (spare_.empty()) {
@@ -29,10 +45,11 @@ void BackgroundWriter::write(const host::Instance& instance) {
     if (batch.used == batch.instances.size()) {
         batch.instances.emplace_back();
     }
-    // A copy into storage an earlier instance left: no allocation once the
-    // batches have seen instances of this size.
-    batch.instances[batch.used++] = instance;
-    if (batch.used == kBatchSize) {
+    return batch.instances[batch.used];
+}
+
+void BackgroundWriter::slotFilled() {
+    if (++filling_->used == kBatchSize) {
         handOver();
     }
 }

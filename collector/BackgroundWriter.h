@@ -33,6 +33,9 @@ class BackgroundWriter : public InstanceWriter {
     BackgroundWriter& operator=(const BackgroundWriter&) = delete;
 
     void write(const host::Instance& instance) override;
+    // write() without the copy: the instance is swapped with an old one of a
+    // batch, whose storage the caller may reuse (its contents are stale).
+    void take(host::Instance& instance);
     // Writes everything handed over, then finishes the other writer. An
     // exception the other writer threw on the thread comes out here.
     void finish() override;
@@ -43,6 +46,8 @@ class BackgroundWriter : public InstanceWriter {
         size_t used = 0;
     };
 
+    host::Instance& nextSlot(); // the filling batch's next instance
+    void slotFilled();
     void handOver();
     void drain(); // hands over what is left and waits for the thread to end
     void run();

@@ -392,10 +392,13 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     Format format = options.format.value_or(toTerminal ? Format::Table : Format::Jsonl);
     std::unique_ptr<InstanceWriter> writer =
         makeWriter(format, *sink, toTerminal ? env.terminalWidth : 120);
+    BackgroundWriter* background = nullptr;
     if (!toTerminal) {
         // Output for programs is written beside the collection; a terminal's
         // table takes turns with the progress line on this thread.
-        writer = std::make_unique<BackgroundWriter>(std::move(writer));
+        auto owner = std::make_unique<BackgroundWriter>(std::move(writer));
+        background = owner.get();
+        writer = std::move(owner);
     }
     ProgressDisplay progress(err, env.stderrIsTerminal);
     nodeErrors.progress = &progress;
@@ -412,7 +415,11 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
                                                                   static_cast<int>(i), &progress);
         }
     }
-    config.instanceSink = [&](const host::Instance& instance) {
+    config.instanceSink = [&](host::Instance& instance) {
+        if (background != nullptr) {
+            background->take(instance);
+            return;
+        }
         if (toTerminal) {
             progress.clear(); // the table and the progress line share the terminal
         }

@@ -112,16 +112,24 @@ TEST(BackgroundWriter, WhatWasHandedOverIsWrittenWithoutFinishAndFailuresComeOut
     EXPECT_EQ(out, expected(260));
 }
 
-TEST(BackgroundWriter, JsonlBytesAreTheDirectWritersBytes) {
-    std::ostringstream direct, background;
+TEST(BackgroundWriter, JsonlBytesAreTheDirectWritersBytesCopiedOrTaken) {
+    std::ostringstream direct, copied, taken;
     JsonlWriter plain(direct);
-    BackgroundWriter threaded(std::make_unique<JsonlWriter>(background));
+    BackgroundWriter copying(std::make_unique<JsonlWriter>(copied));
+    BackgroundWriter taking(std::make_unique<JsonlWriter>(taken));
+    // As the host does: one instance object, filled again after every
+    // hand-over with whatever storage the swap gave back.
+    Instance reused;
     for (int i = 0; i < 1000; ++i) {
         plain.write(numbered(i));
-        threaded.write(numbered(i));
+        copying.write(numbered(i));
+        reused = numbered(i);
+        taking.take(reused);
     }
-    threaded.finish();
-    EXPECT_EQ(background.str(), direct.str());
+    copying.finish();
+    taking.finish();
+    EXPECT_EQ(copied.str(), direct.str());
+    EXPECT_EQ(taken.str(), direct.str());
 }
 
 } // namespace
