@@ -314,7 +314,7 @@ addProperty(fdriIOHandle* io, const char* name, ipmisel::host::PropertyKind kind
     return p;
 }
 
-bool knownArray(TCIMValueArray* array) {
+[[gnu::always_inline]] inline bool knownArray(TCIMValueArray* array) {
     auto& s = state();
     if (array == nullptr || (array != s.lastArray && s.findArray(array) == std::string::npos)) {
         return false;

@@ -114,6 +114,7 @@ host::IpmiResponse recordPart(const std::vector<std::vector<uint8_t>>& records, 
     size_t n = std::min(asked, rest);
     size_t next = static_cast<size_t>(pos) + 1;
     std::vector<uint8_t> out;
+    out.reserve(2 + n); // one allocation: every SEL record is read this way
     appendLe16(out, next < records.size() ? recordId(records[next]) : 0xFFFF);
     out.insert(out.end(), rec.begin() + r.offset, rec.begin() + static_cast<long>(r.offset + n));
     return ok(std::move(out));
