@@ -2,6 +2,7 @@
 // keep the table inside its columns.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "collector/Writers.h"
@@ -103,6 +104,32 @@ TEST(Jsonl, TextsKeepTheirBytesAndEscapesThroughEitherWritingPath) {
         Instance{"C", {text("A", "1"), bytes("B", {2}), text("A", "3"), text("\x1f", "4")}});
     EXPECT_EQ(out.str(), R"({"class":"C","properties":{"A":"3","B":[2],"\u001f":"4"}})"
                          "\n");
+}
+
+TEST(Jsonl, EveryLengthAndPlaceOfAnEscapeGivesTheJsonLibrarysBytes) {
+    // The writer scans 16, then 8 bytes at a time and the last bytes as the
+    // end of an overlapping block: a byte that needs a look must be found
+    // wherever it sits, in texts of every length around those sizes.
+    const std::string specials[] = {"\"", "\\", "\t", "\x1b", "\xC3\xA9", "\xFF", "\x7f"};
+    for (size_t length = 0; length <= 40; ++length) {
+        std::string plain;
+        for (size_t i = 0; i < length; ++i) {
+            plain += static_cast<char>('a' + i % 26);
+        }
+        std::vector<std::string> texts{plain};
+        for (const std::string& special : specials) {
+            for (size_t at = 0; at < length; ++at) {
+                texts.push_back(plain.substr(0, at) + special + plain.substr(at + 1));
+            }
+        }
+        for (const std::string& value : texts) {
+            std::ostringstream out;
+            JsonlWriter(out).write(Instance{"C", {text("T", value)}});
+            const std::string json = nlohmann::json(value).dump(
+                -1, ' ', false, nlohmann::json::error_handler_t::replace);
+            ASSERT_EQ(out.str(), R"({"class":"C","properties":{"T":)" + json + "}}\n") << value;
+        }
+    }
 }
 
 TEST(Table, LogRecordsAlignedAndWrappedWithinTheirColumns) {
