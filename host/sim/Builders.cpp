@@ -99,32 +99,31 @@ std::vector<uint8_t> parseHex(std::string_view text) {
         }
         return kind;
     }();
-    std::vector<uint8_t> out;
-    // Two digits a byte, blanks or not between them: never more than this.
-    out.reserve(text.size() / 2);
+    // Two digits a byte, blanks or not between them: never more than this
+    // many bytes, written in place and cut to what was read at the end.
+    std::vector<uint8_t> out(text.size() / 2);
+    size_t n = 0;
+    const auto kindOf = [](char c) { return kKind[static_cast<unsigned char>(c)]; };
     // The form recordings and scenarios use, two digits and a blank a byte,
     // goes three characters at a step; whatever else follows is read below.
-    const auto kindAt = [&](size_t i) { return kKind[static_cast<unsigned char>(text[i])]; };
-    size_t done = 0;
-    while (done + 2 <= text.size()) {
-        const int h = kindAt(done), l = kindAt(done + 1);
-        if (h < 0 || l < 0) {
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    while (end - p >= 2) {
+        const int h = kindOf(p[0]), l = kindOf(p[1]);
+        if ((h | l) < 0) {
             break;
         }
-        out.push_back(static_cast<uint8_t>(h << 4 | l));
-        if (done + 2 == text.size()) {
-            done += 2;
-            break;
+        out[n++] = static_cast<uint8_t>(h << 4 | l);
+        p += 2;
+        if (p == end || kindOf(*p) != kBlank) {
+            break; // the next character, if any, is looked at below
         }
-        if (kindAt(done + 2) != kBlank) {
-            done += 2; // the pair is read; the next character is looked at below
-            break;
-        }
-        done += 3;
+        ++p;
     }
     int high = -1;
-    for (char c : text.substr(done)) {
-        const int d = kKind[static_cast<unsigned char>(c)];
+    for (; p != end; ++p) {
+        const char c = *p;
+        const int d = kindOf(c);
         if (d == kBlank) {
             if (high >= 0) {
                 throw std::invalid_argument("a blank inside a hex byte");
@@ -137,13 +136,14 @@ std::vector<uint8_t> parseHex(std::string_view text) {
         if (high < 0) {
             high = d;
         } else {
-            out.push_back(static_cast<uint8_t>(high * 16 + d));
+            out[n++] = static_cast<uint8_t>(high * 16 + d);
             high = -1;
         }
     }
     if (high >= 0) {
         throw std::invalid_argument("odd number of hex digits");
     }
+    out.resize(n);
     return out;
 }
 
