@@ -9,7 +9,6 @@
 #include <fstream>
 #include <memory>
 
-#include "collector/BackgroundWriter.h"
 #include "collector/Fleet.h"
 #include "collector/LogFile.h"
 #include "collector/Progress.h"
@@ -390,16 +389,7 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
     }
 
     Format format = options.format.value_or(toTerminal ? Format::Table : Format::Jsonl);
-    std::unique_ptr<InstanceWriter> writer =
-        makeWriter(format, *sink, toTerminal ? env.terminalWidth : 120);
-    BackgroundWriter* background = nullptr;
-    if (!toTerminal) {
-        // Output for programs is written beside the collection; a terminal's
-        // table takes turns with the progress line on this thread.
-        auto owner = std::make_unique<BackgroundWriter>(std::move(writer));
-        background = owner.get();
-        writer = std::move(owner);
-    }
+    auto writer = makeWriter(format, *sink, toTerminal ? env.terminalWidth : 120);
     ProgressDisplay progress(err, env.stderrIsTerminal);
     nodeErrors.progress = &progress;
 
@@ -415,11 +405,7 @@ int runCollector(const Options& options, const Environment& env, std::ostream& o
                                                                   static_cast<int>(i), &progress);
         }
     }
-    config.instanceSink = [&](host::Instance& instance) {
-        if (background != nullptr) {
-            background->take(instance);
-            return;
-        }
+    config.instanceSink = [&](const host::Instance& instance) {
         if (toTerminal) {
             progress.clear(); // the table and the progress line share the terminal
         }

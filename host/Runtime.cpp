@@ -55,9 +55,8 @@ class fdriIOHandle {
         return props[used++];
     }
 
-    // The open instance as the sink sees it: exactly its own properties. The
-    // sink may swap it for another instance; what that holds is reused.
-    ipmisel::host::Instance& sealed() {
+    // The open instance as the sink sees it: exactly its own properties.
+    const ipmisel::host::Instance& sealed() {
         auto& props = current.properties;
         while (props.size() > used) {
             spare.push_back(std::move(props.back()));

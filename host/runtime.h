@@ -97,10 +97,8 @@ struct Config {
 
     // Both see their argument for the length of the call only: the host
     // reuses the instance's and the line's storage for the next ones, so a
-    // sink keeps a copy of what it needs. The instance sink may instead take
-    // the instance whole by swapping it with one of its own, whatever that
-    // holds: the host reuses its storage and overwrites its contents.
-    std::function<void(Instance&)> instanceSink;
+    // sink keeps a copy of what it needs.
+    std::function<void(const Instance&)> instanceSink;
     std::function<void(int severity, const std::string& text)> logSink;
     int logLevel = 4; // lines above this severity are dropped before the sink
     std::function<void(uint32_t messageClass, const std::string& text)> coreLogSink;
