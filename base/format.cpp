@@ -74,20 +74,24 @@ NumberText DecimalOf(int64_t value) {
     return n;
 }
 
-NumberText HexByte(uint8_t value) {
+namespace {
+
+NumberText hexByteWith(const char* digits, uint8_t value) {
     NumberText n;
-    n.text[0] = kUpperDigits[value >> 4];
-    n.text[1] = kUpperDigits[value & 0x0F];
+    n.text[0] = digits[value >> 4];
+    n.text[1] = digits[value & 0x0F];
     n.length = 2;
     return n;
 }
 
+} // namespace
+
+NumberText HexByte(uint8_t value) {
+    return hexByteWith(kUpperDigits, value);
+}
+
 NumberText HexByteLower(uint8_t value) {
-    NumberText n;
-    n.text[0] = kLowerDigits[value >> 4];
-    n.text[1] = kLowerDigits[value & 0x0F];
-    n.length = 2;
-    return n;
+    return hexByteWith(kLowerDigits, value);
 }
 
 namespace {
