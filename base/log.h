@@ -1,4 +1,5 @@
-// The plug-in's log: every line goes to the framework's fdrWriteLog.
+// The plug-in's log: every line goes to the framework's fdrWriteLog (by way
+// of a tape while one runs, see base/tape.h).
 #pragma once
 
 #include <cstddef>
@@ -7,6 +8,7 @@
 #include <string_view>
 
 #include "base/format.h"
+#include "base/tape.h"
 #include "host/framework.h"
 
 namespace ipmisel {
@@ -21,7 +23,7 @@ enum Severity {
 
 // Inline: a SEL record writes some fifty lines.
 inline void Log(int severity, const char* text) {
-    NOXAQSV20::fdrWriteLog(static_cast<NOXAQSV20::EQSVLogSeverity>(severity), text);
+    tape::WriteLog(severity, text);
 }
 inline void Log(int severity, const std::string& text) {
     Log(severity, text.c_str());

@@ -4,9 +4,11 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "base/format.h"
 #include "base/log.h"
+#include "base/tape.h"
 #include "base/text.h"
 #include "export/ExportConfig.h"
 #include "mapping/IPMIMapping.h"
@@ -92,6 +94,21 @@ bool AddText(fdriIOHandle* io, const char* name, const char* value,
 bool AddText(fdriIOHandle* io, const char* name, const std::string& value,
              const char* failureText = nullptr) {
     return AddText(io, name, value.c_str(), failureText);
+}
+
+// AddText for the properties of a standard record's decoding, which a tape
+// may stand in for: while a playback catches up, the property was added
+// already; while taping, the lines of a refusal are not part of the decoding.
+void AddDecodedText(fdriIOHandle* io, const char* name, const char* value) {
+    if (!tape::Property(name, value)) {
+        return;
+    }
+    const tape::Pause untaped;
+    AddText(io, name, value);
+}
+
+void AddDecodedText(fdriIOHandle* io, const char* name, const std::string& value) {
+    AddDecodedText(io, name, value.c_str());
 }
 
 // The decoded pieces of one standard record that make up its message. One
@@ -198,18 +215,18 @@ void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cac
     if (rec.GetGeneratorID(mapping, cb, decoded.text, kTextSize) != 0) {
         Log(SevNotice, "Error CopyGeneratorID().");
     }
-    AddText(io, "Source", buf);
+    AddDecodedText(io, "Source", buf);
 
     if (rec.CopySensorType(mapping, cb, decoded.text, kTextSize) != 0) {
         Log(SevNotice, "Error CopySensorType().");
     }
     t.sensorType.assign(buf);
-    AddText(io, "SensorType", t.sensorType);
+    AddDecodedText(io, "SensorType", t.sensorType);
 
     if (rec.GetEventType(decoded.text, kTextSize) != 0) {
         Log(SevNotice, "Error CopyEventType().");
     }
-    AddText(io, "EventType", buf);
+    AddDecodedText(io, "EventType", buf);
 
     int eventResult;
     if (!sdr) {
@@ -260,9 +277,9 @@ void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cac
         EntityInstanceText(sdr->EntityInstance, t.entityInstance);
         t.sensorInformation.assign(sdr->IDString);
     }
-    AddText(io, "Entity", t.entity);
-    AddText(io, "EntityInstance", t.entityInstance);
-    AddText(io, "SensorInformation", t.sensorInformation);
+    AddDecodedText(io, "Entity", t.entity);
+    AddDecodedText(io, "EntityInstance", t.entityInstance);
+    AddDecodedText(io, "SensorInformation", t.sensorInformation);
 
     ApplyDriveNumber(rec.SensorType(), t);
     ApplyAdjustments(t);
@@ -276,8 +293,84 @@ void ExportStandard(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cac
         .append(t.sensorInformation)
         .append("): ")
         .append(t.event);
-    AddText(io, "Message", t.message);
+    AddDecodedText(io, "Message", t.message);
 }
+
+// The standard records of one export decoded once per distinct event: the
+// first decoding of an event is taped (base/tape.h) and its repeats play the
+// tape. The decoding reads the generator ID, event message revision, sensor
+// type and number, event type and the three event data bytes (bytes 7-15),
+// the node's SDR records and the message file, and nothing else of the
+// record: not its ID and not its time stamp. The SDR records do not change
+// during an export and the message file stays as it was first read for the
+// whole pass.
+class StandardDecoder {
+  public:
+    StandardDecoder(TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCache& cache,
+                    const SDRIndex& sdrs, IPMIMapping& mapping)
+        : cb_(cb), io_(io), cache_(cache), sdrs_(sdrs), mapping_(mapping) {}
+
+    void Export(IPMISELEntry& rec) {
+        const Key key = KeyOf(rec);
+        auto known = tapes_.find(key);
+        if (known != tapes_.end()) {
+            tape::Playback playback(cb_);
+            const bool played =
+                playback.Play(known->second, [this](const char* name, const char* value) {
+                    AddText(io_, name, value);
+                });
+            if (!played) {
+                // The framework gave another plug-in path than when the tape
+                // was made: the rest is decoded for real, and the event taped
+                // again the next time it comes.
+                {
+                    const tape::CatchUp catchUp(playback);
+                    ExportStandard(cb_, io_, cache_, sdrs_, rec, mapping_, texts_);
+                }
+                tapes_.erase(known);
+            }
+            return;
+        }
+        if (tapes_.size() >= g_decodedEventLimit) {
+            ExportStandard(cb_, io_, cache_, sdrs_, rec, mapping_, texts_);
+            return;
+        }
+        tape::Tape made;
+        {
+            const tape::Recording recording(made);
+            ExportStandard(cb_, io_, cache_, sdrs_, rec, mapping_, texts_);
+        }
+        if (!made.spoiled) {
+            tapes_.emplace(key, std::move(made));
+        }
+    }
+
+  private:
+    struct Key {
+        uint64_t data;     // bytes 8-15
+        uint8_t generator; // byte 7
+        bool operator==(const Key& o) const { return data == o.data && generator == o.generator; }
+    };
+    struct KeyHash {
+        size_t operator()(const Key& k) const {
+            return static_cast<size_t>((k.data ^ k.generator) * 0x9E3779B97F4A7C15ULL >> 17);
+        }
+    };
+    static Key KeyOf(const IPMISELEntry& rec) {
+        Key key{};
+        std::memcpy(&key.data, rec.bytes + 8, sizeof key.data);
+        key.generator = rec.bytes[7];
+        return key;
+    }
+
+    TCPluginCallbacks* cb_;
+    fdriIOHandle* io_;
+    const SDRCache& cache_;
+    const SDRIndex& sdrs_;
+    IPMIMapping& mapping_;
+    StandardTexts texts_;
+    std::unordered_map<Key, tape::Tape, KeyHash> tapes_;
+};
 
 // "Message" (and "SensorType") of every other kind.
 void ExportSpecial(TCPluginCallbacks* cb, fdriIOHandle* io, const KindInfo& kind, IPMISELEntry& rec,
@@ -412,6 +505,9 @@ bool FilteredOnFirstNode(int32_t node, const IPMISELEntry& rec) {
 } // namespace
 
 bool g_driveNumberingFlag = false;
+// A tape holds some forty calls, about 3 KiB: a few thousand distinct events
+// are worth remembering; a SEL with more decodes the others each time.
+size_t g_decodedEventLimit = 4096;
 
 const char* OEMDecoderFailureText(uint8_t recordType) {
     return KindOf(recordType).failure;
@@ -451,7 +547,7 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
     const message::Pass messagePass;
     const AuxLogIndex auxLog(auxRecords);
     const SDRIndex sdrs(cache);
-    StandardTexts texts;
+    StandardDecoder standard(cb, io, cache, sdrs, mapping);
     std::string auxText;
     char sourceNode[16];
     TextFormat(sourceNode, sizeof sourceNode, "%d", node + 1);
@@ -501,7 +597,7 @@ int ExportSEL(int32_t node, TCPluginCallbacks* cb, fdriIOHandle* io, const SDRCa
         }
 
         if (kind.kind == Kind::Standard) {
-            ExportStandard(cb, io, cache, sdrs, rec, mapping, texts);
+            standard.Export(rec);
         } else {
             ExportSpecial(cb, io, kind, rec, mapping, timestamp);
         }

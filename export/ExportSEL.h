@@ -1,6 +1,7 @@
 // SEL records of one node to "OXASG_IPMILogRecord" instances.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -18,6 +19,11 @@ int FillSELArray(NOXAQSV20::TCPluginCallbacks* cb, const char* selText, IPMISELE
 int ExportSEL(int32_t node, NOXAQSV20::TCPluginCallbacks* cb, NOXAQSV20::fdriIOHandle* io,
               const SDRCache& cache, IPMISELEntry* records, uint32_t count, int32_t recordOffset,
               const std::vector<AuxLogRecord>& auxRecords, NOXAQSV20::SPLibrary* library);
+
+// How many distinct standard events one export keeps the decoding of (see
+// docs/export.md); a repeat of one of them is not decoded again. 0 decodes
+// every record afresh, which the tests compare against.
+extern size_t g_decodedEventLimit;
 
 // What "Message" says instead of the text when the OEM decoder of a C0h, C1h,
 // E0h or E1h record reports a failure; null for every other record type.

@@ -215,7 +215,7 @@ const std::string* startLookup(TCPluginCallbacks* cb, char* out, int32_t size) {
         std::memset(out, 0, static_cast<size_t>(size));
     }
     const char* pluginPath = nullptr;
-    if (NOXAQSV20::fdrGetPluginPath(cb, &pluginPath) != NOXAQSV20::QSV_SUCCESS ||
+    if (tape::PluginPath(cb, &pluginPath) != NOXAQSV20::QSV_SUCCESS ||
         pluginPath == nullptr) {
         Log(SevError, "fdrGetPluginPath failed.");
         return nullptr;
@@ -235,6 +235,8 @@ enum class Outcome { Text, Failed, NoText };
 Outcome outcomeOf(message::Lookup found, const char* out, int32_t size) {
     switch (found) {
     case message::Lookup::OpenFailed:
+        // The file may be there at the next lookup, which must then read it.
+        tape::Spoil();
         Log(SevFailure, "Can't open ipmisel INI file.");
         return Outcome::Failed;
     case message::Lookup::NoMatch:
