@@ -555,6 +555,59 @@ struct JsonlWriter::Line {
     std::vector<std::string> names;
     std::vector<std::string> keys;
     bool repeatedName = false;
+    uint64_t namesLayout = 0; // the host's layout of those names (0: unknown)
+
+    // The texts each property had lately, with their JSON. A full SEL is the
+    // same few events over and over, so most of a record's texts (source,
+    // sensor, entity, message) were written before, in the same place; a
+    // text found here costs a compare and a copy instead of being escaped
+    // again. A place whose texts keep changing (record IDs, time stamps)
+    // stops being looked up for a while.
+    struct Remembered {
+        std::string raw;
+        std::string json;
+    };
+    struct Place {
+        static constexpr size_t kRemembered = 8;
+        // Misses in a row after which the place rests, and for how many texts.
+        static constexpr uint32_t kMissesToRest = 32;
+        static constexpr uint32_t kRest = 4096;
+        std::array<Remembered, kRemembered> seen;
+        size_t used = 0;    // entries of seen filled
+        size_t next = 0;    // the entry replaced next
+        uint32_t misses = 0;
+        uint32_t resting = 0;
+    };
+    std::vector<Place> places;
+
+    // Appends the JSON of the text at place i.
+    void remembered(size_t i, std::string_view s) {
+        Place& place = places[i];
+        if (place.resting > 0) {
+            --place.resting;
+            text(s);
+            return;
+        }
+        for (size_t k = 0; k < place.used; ++k) {
+            const Remembered& r = place.seen[k];
+            if (r.raw.size() == s.size() && std::memcmp(r.raw.data(), s.data(), s.size()) == 0) {
+                place.misses = 0;
+                buffer.Append(r.json);
+                return;
+            }
+        }
+        const size_t start = buffer.size();
+        text(s);
+        Remembered& r = place.seen[place.next];
+        place.next = (place.next + 1) % Place::kRemembered;
+        place.used = std::max(place.used, place.next == 0 ? Place::kRemembered : place.next);
+        r.raw.assign(s);
+        r.json.assign(buffer.data() + start, buffer.size() - start);
+        if (++place.misses == Place::kMissesToRest) {
+            place.misses = 0;
+            place.resting = Place::kRest;
+        }
+    }
 
     // Appends `s` as a JSON string.
     void text(std::string_view s) {
@@ -583,12 +636,23 @@ struct JsonlWriter::Line {
         buffer.PutUnsafe(']');
     }
 
-    bool anyNameTwice(const std::vector<host::Property>& props) {
-        bool same = names.size() == props.size();
-        for (size_t i = 0; same && i < props.size(); ++i) {
-            same = names[i] == props[i].name;
-        }
+    bool anyNameTwice(const std::vector<host::Property>& props, uint64_t layout) {
+        bool same = layout != 0 && layout == namesLayout;
         if (!same) {
+            same = names.size() == props.size();
+            for (size_t i = 0; same && i < props.size(); ++i) {
+                same = names[i] == props[i].name;
+            }
+        }
+        namesLayout = layout;
+        if (!same) {
+            // The texts remembered for a place belong to its name.
+            places.resize(props.size());
+            for (size_t i = 0; i < props.size(); ++i) {
+                if (i >= names.size() || names[i] != props[i].name) {
+                    places[i] = Place{};
+                }
+            }
             names.clear();
             keys.clear();
             repeatedName = false;
@@ -617,7 +681,7 @@ void JsonlWriter::write(const host::Instance& instance) {
     l.text(instance.className);
     l.buffer.Append(R"(,"properties":{)");
     const auto& props = instance.properties;
-    const bool repeated = l.anyNameTwice(props);
+    const bool repeated = l.anyNameTwice(props, instance.layout);
     bool first = true;
     for (size_t i = 0; i < props.size(); ++i) {
         if (repeated && namedBefore(props, i)) {
@@ -632,7 +696,7 @@ void JsonlWriter::write(const host::Instance& instance) {
         if (p.kind == host::PropertyKind::Bytes) {
             l.bytes(p.bytes); // numbers, not a string
         } else {
-            l.text(p.text);
+            l.remembered(i, p.text);
         }
     }
     l.buffer.Append("}}\n");

@@ -37,22 +37,33 @@ class fdriIOHandle {
     // of allocating its own.
     size_t used = 0;
     std::vector<ipmisel::host::Property> spare;
+    // Whether the open instance's class or names may differ from those of
+    // the instance delivered last, how many properties that one had, and the
+    // layouts numbered so far.
+    bool layoutChanged = true;
+    size_t lastCount = 0;
+    uint64_t layouts = 0;
 
     // Empties the open instance; its property slots stay for the next one.
     void recycle() { used = 0; }
 
-    // A property slot at the end of the open instance.
-    ipmisel::host::Property& append() {
+    // A property slot at the end of the open instance. Inlined: from the
+    // second record on, the slot is nearly always there already.
+    [[gnu::always_inline]] ipmisel::host::Property& append() {
         auto& props = current.properties;
-        if (used == props.size()) {
-            if (spare.empty()) {
-                props.emplace_back();
-            } else {
-                props.push_back(std::move(spare.back()));
-                spare.pop_back();
-            }
+        if (used == props.size()) [[unlikely]] {
+            grow();
         }
         return props[used++];
+    }
+    [[gnu::noinline]] void grow() {
+        auto& props = current.properties;
+        if (spare.empty()) {
+            props.emplace_back();
+        } else {
+            props.push_back(std::move(spare.back()));
+            spare.pop_back();
+        }
     }
 
     // The open instance as the sink sees it: exactly its own properties.
@@ -62,6 +73,11 @@ class fdriIOHandle {
             spare.push_back(std::move(props.back()));
             props.pop_back();
         }
+        if (layoutChanged || used != lastCount) {
+            current.layout = ++layouts;
+        }
+        layoutChanged = false;
+        lastCount = used;
         return current;
     }
 };
@@ -134,6 +150,7 @@ void configure(Config cfg) {
     s.output.current.className.clear();
     s.output.opened = 0;
     s.output.committed = 0;
+    s.output.layoutChanged = true;
 }
 
 Config& config() {
@@ -298,14 +315,22 @@ inline bool ours(fdriIOHandle* io) {
     return !state().config.failProperty || !refusedByHook(io, name);
 }
 
+// Copies a C text into s. Through append rather than assign: the slot's
+// buffer is nearly always big enough, and append then is one length check
+// and a copy.
+[[gnu::always_inline]] inline void setText(std::string& s, const char* text) {
+    s.clear();
+    s.append(text, std::strlen(text));
+}
+
 [[gnu::always_inline]] inline ipmisel::host::Property&
 addProperty(fdriIOHandle* io, const char* name, ipmisel::host::PropertyKind kind) {
     ipmisel::host::Property& p = io->append();
     // A slot reused for the same property of the next record (a SEL's records
     // bring the same names in the same order) already holds the name.
-    const size_t length = std::strlen(name);
-    if (p.name.size() != length || std::memcmp(p.name.data(), name, length) != 0) {
-        p.name.assign(name, length);
+    if (std::strcmp(p.name.c_str(), name) != 0) {
+        setText(p.name, name);
+        io->layoutChanged = true;
     }
     p.kind = kind;
     p.text.clear();
@@ -328,7 +353,11 @@ EQSVStatusCode fdrGetInstance(fdriIOHandle* io, const char* className) {
     if (!ours(io) || className == nullptr) {
         return QSV_ERROR;
     }
-    // An instance left open (abandoned by the plug-in) is dropped here.
+    // An instance left open (abandoned by the plug-in) is dropped here. Any
+    // name it put in a slot marked the layout changed until the next commit.
+    if (std::strcmp(io->current.className.c_str(), className) != 0) {
+        io->layoutChanged = true;
+    }
     io->recycle();
     io->current.className.assign(className);
     io->open = true;
@@ -340,7 +369,7 @@ EQSVStatusCode fdrAddProperty(fdriIOHandle* io, const char* name, const char* va
     if (value == nullptr || !canAdd(io, name)) {
         return QSV_ERROR;
     }
-    addProperty(io, name, ipmisel::host::PropertyKind::Text).text.assign(value);
+    setText(addProperty(io, name, ipmisel::host::PropertyKind::Text).text, value);
     return QSV_SUCCESS;
 }
 

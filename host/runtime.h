@@ -64,6 +64,10 @@ struct Property {
 struct Instance {
     std::string className;
     std::vector<Property> properties;
+    // Two instances the host delivered with the same nonzero layout have the
+    // same class name and the same property names in the same order, so a
+    // sink can settle what it derives from the names once (0: not known).
+    uint64_t layout = 0;
     const Property* find(const std::string& name) const;
     // Text of a property, or "" when absent.
     std::string get(const std::string& name) const;

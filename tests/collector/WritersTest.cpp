@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <random>
 #include <sstream>
 
 #include "collector/Writers.h"
@@ -129,6 +130,47 @@ TEST(Jsonl, EveryLengthAndPlaceOfAnEscapeGivesTheJsonLibrarysBytes) {
                 -1, ' ', false, nlohmann::json::error_handler_t::replace);
             ASSERT_EQ(out.str(), R"({"class":"C","properties":{"T":)" + json + "}}\n") << value;
         }
+    }
+}
+
+// Texts written before are taken from what the writer remembers; a long
+// stream of instances must still give, line for line, what a fresh writer
+// gives for each instance alone. Places whose texts repeat, places whose
+// texts never do (and so rest), empty texts, texts alike but for their length
+// or one byte, odd texts, names that change, host layouts kept and dropped.
+TEST(Jsonl, RepeatedTextsGiveWhatAFreshWriterGives) {
+    std::mt19937 rng(3);
+    const std::string pool[] = {"",  "a",        "b",      "ab",     "a\nb",          "a\nc",
+                                "\xFF", "caf\xC3\xA9", "x\x1by", "Processor 1 (Temperature)",
+                                "Processor 1 (Temperature))"};
+    std::ostringstream together;
+    JsonlWriter writer(together);
+    std::string apart;
+    uint64_t layout = 1;
+    std::vector<std::string> names = {"RecordID", "Message", "Source", "Raw"};
+    for (int i = 0; i < 5000; ++i) {
+        // Instances from elsewhere (layout 0) may bring other names any time.
+        const bool known = rng() % 8 != 0;
+        if (rng() % (known ? 64 : 4) == 0) {
+            names[1 + rng() % 2] = rng() % 2 ? "Message" : "Entity";
+            ++layout;
+        }
+        Instance instance{"OXASG_IPMILogRecord",
+                          {text(names[0], std::to_string(i)),
+                           text(names[1], pool[rng() % (i < 2500 ? 11 : 4)]),
+                           text(names[2], pool[rng() % 11] + pool[rng() % 3]),
+                           bytes(names[3], {uint8_t(i), uint8_t(rng())})},
+                          known ? layout : 0};
+        writer.write(instance);
+        std::ostringstream alone;
+        JsonlWriter(alone).write(instance);
+        apart += alone.str();
+    }
+    const std::vector<std::string> got = lines(together.str());
+    const std::vector<std::string> want = lines(apart);
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < got.size(); ++i) {
+        ASSERT_EQ(got[i], want[i]) << "line " << i;
     }
 }
 

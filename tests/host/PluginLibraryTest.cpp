@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <random>
 
 #include "host/framework.h"
 #include "host/runtime.h"
@@ -115,6 +117,54 @@ TEST(Instances, NothingOfAnEarlierInstanceCarriesOver) {
     ASSERT_EQ(fdrAddInstance(io), QSV_SUCCESS);
     EXPECT_EQ(describe(host.instances.back()), "Fourth Fresh=2''0");
     EXPECT_EQ(fdrDeleteCIMValueArray(fresh), QSV_SUCCESS);
+}
+
+// Sinks settle what they derive from the names once per layout, so two
+// delivered instances with one layout must have the same class and names in
+// the same order. Random runs of instances that keep, swap, add or drop
+// names, change class, refuse a property or are abandoned halfway.
+TEST(Instances, OneLayoutMeansTheSameClassAndNames) {
+    HostCapture host;
+    host.config().failProperty = [](uint64_t instance, const std::string& name) {
+        return instance % 11 == 5 && name == "B";
+    };
+    fdriIOHandle* io = ipmisel::host::outputHandle();
+    std::mt19937 rng(7);
+    const char* names[] = {"A", "B", "C", "D"};
+    std::vector<std::string> list = {"A", "B", "C"};
+    for (int i = 0; i < 3000; ++i) {
+        switch (rng() % 8) {
+        case 0: list[rng() % list.size()] = names[rng() % 4]; break;
+        case 1: if (list.size() < 6) list.push_back(names[rng() % 4]); break;
+        case 2: if (list.size() > 1) list.pop_back(); break;
+        default: break; // most instances look like the one before
+        }
+        ASSERT_EQ(fdrGetInstance(io, rng() % 16 == 0 ? "Other" : "Log"), QSV_SUCCESS);
+        const bool abandon = rng() % 16 == 0;
+        for (size_t k = 0; k < list.size() && !(abandon && k == 1); ++k) {
+            fdrAddProperty(io, list[k].c_str(), "v");
+        }
+        if (!abandon) {
+            ASSERT_EQ(fdrAddInstance(io), QSV_SUCCESS);
+        }
+    }
+    auto shape = [](const ipmisel::host::Instance& instance) {
+        std::string s = instance.className;
+        for (const auto& p : instance.properties) {
+            s += "," + p.name;
+        }
+        return s;
+    };
+    std::map<uint64_t, std::string> shapes;
+    size_t repeats = 0;
+    for (const auto& instance : host.instances) {
+        ASSERT_NE(instance.layout, 0u);
+        auto [it, added] = shapes.emplace(instance.layout, shape(instance));
+        EXPECT_EQ(it->second, shape(instance)) << "layout " << instance.layout;
+        repeats += added ? 0 : 1;
+    }
+    // And the layout is worth having: most instances repeat the one before.
+    EXPECT_GT(repeats, host.instances.size() / 2);
 }
 
 TEST(CoreServices, NullLogTextAndNoLanObjectWithoutALanSetting) {
