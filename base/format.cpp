@@ -60,6 +60,22 @@ constexpr HexByteTable makeHexByteText() {
 
 const HexByteTable kHexByteText = makeHexByteText();
 
+const std::array<SpacedDecimal, 256> kSpacedDecimal = [] {
+    std::array<SpacedDecimal, 256> table{};
+    for (int b = 0; b < 256; ++b) {
+        SpacedDecimal& d = table[b];
+        d.text[d.length++] = ' ';
+        if (b >= 100) {
+            d.text[d.length++] = static_cast<char>('0' + b / 100);
+        }
+        if (b >= 10) {
+            d.text[d.length++] = static_cast<char>('0' + b / 10 % 10);
+        }
+        d.text[d.length++] = static_cast<char>('0' + b % 10);
+    }
+    return table;
+}();
+
 const std::array<std::array<char, 2>, 100> kTwoDigits = [] {
     std::array<std::array<char, 2>, 100> table{};
     for (int i = 0; i < 100; ++i) {

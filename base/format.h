@@ -60,6 +60,14 @@ inline NumberText Decimal(int64_t value) {
 using HexByteTable = std::array<std::array<char, 3>, 256>;
 extern const HexByteTable kHexByteText;
 
+// " %d" for every byte value: a blank and one to three digits, in a piece of
+// four characters of which the first `length` count.
+struct SpacedDecimal {
+    std::array<char, 4> text;
+    uint8_t length;
+};
+extern const std::array<SpacedDecimal, 256> kSpacedDecimal;
+
 // Builds a text in a caller's fixed buffer the way a chain of TextCopy,
 // TextAppend and TextAppendF calls would: what does not fit is cut at
 // size - 1 and the text is always terminated. A size of 0 or of 2^31 and

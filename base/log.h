@@ -2,6 +2,7 @@
 // of a tape while one runs, see base/tape.h).
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -61,6 +62,18 @@ class LogLine {
             return *this;
         }
         return Add(number.View());
+    }
+
+    // The first `length` characters of a small piece of a table (a byte's
+    // text): the whole piece is copied, a copy of known size without a loop.
+    template <size_t N>
+    LogLine& AddPiece(const std::array<char, N>& piece, size_t length) {
+        if (length_ + N < kInline) {
+            std::memcpy(inline_ + length_, piece.data(), N);
+            length_ += length;
+            return *this;
+        }
+        return Add(std::string_view(piece.data(), length));
     }
 
     void Write(int severity);

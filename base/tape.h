@@ -104,21 +104,18 @@ class Playback {
 
     template <typename AddProperty> bool Play(const Tape& tape, AddProperty&& add) {
         tape_ = &tape;
-        for (const Call& call : tape.calls) {
-            ++played_;
-            switch (call.kind) {
-            case Call::Kind::Log:
+        const Call* const calls = tape.calls.data();
+        for (size_t i = 0, n = tape.calls.size(); i < n; ++i) {
+            const Call& call = calls[i];
+            // Most calls are log lines: they go straight through.
+            if (call.kind == Call::Kind::Log) [[likely]] {
                 NOXAQSV20::fdrWriteLog(static_cast<NOXAQSV20::EQSVLogSeverity>(call.severity),
                                        call.text.c_str());
-                break;
-            case Call::Kind::Property:
+            } else if (call.kind == Call::Kind::Property) {
                 add(call.name, call.text.c_str());
-                break;
-            case Call::Kind::PluginPath:
-                if (!askAgain(call)) {
-                    return false;
-                }
-                break;
+            } else if (!askAgain(call)) {
+                played_ = i + 1;
+                return false;
             }
         }
         return true;

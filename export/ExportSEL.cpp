@@ -473,7 +473,7 @@ void ExportRawData(fdriIOHandle* io, IPMISELEntry& rec) {
             Log(SevTrace, "Raw Hex Data values:");
             LogLine bytes;
             for (uint8_t byte : raw) {
-                bytes.Add(std::string_view(kHexByteText[byte].data(), 3));
+                bytes.AddPiece(kHexByteText[byte], 3);
             }
             bytes.Write(SevTrace);
             for (uint8_t byte : raw) {

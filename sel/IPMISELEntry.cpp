@@ -125,7 +125,7 @@ int IPMISELEntry::ScanSELDataFile(const char* text, uint32_t index) {
     LogLine trace;
     trace.Add("Results of ScanSELDataFile:");
     for (uint8_t b : bytes) {
-        trace.Add(" ").Add(Decimal(b));
+        trace.AddPiece(kSpacedDecimal[b].text, kSpacedDecimal[b].length);
     }
     trace.Write(SevTrace);
     Log(SevTrace, "IPMISELEntry::ScanSELDataFile() function completed.");

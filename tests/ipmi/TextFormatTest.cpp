@@ -35,6 +35,9 @@ TEST(NumberText, EveryByteAsTheHexAndDecimalForms) {
         EXPECT_EQ(printed("%02X", b), str(HexByte(byte))) << b;
         EXPECT_EQ(printed("%02x", b), str(HexByteLower(byte))) << b;
         EXPECT_EQ(printed("%d", b), str(Decimal(byte))) << b;
+        EXPECT_EQ(printed(" %d", b),
+                  std::string(kSpacedDecimal[byte].text.data(), kSpacedDecimal[byte].length))
+            << b;
     }
     for (int64_t v : {INT64_MIN, int64_t{INT32_MIN}, int64_t{-1}, int64_t{10}, int64_t{65535},
                       int64_t{INT32_MAX}, INT64_MAX}) {
@@ -186,6 +189,18 @@ TEST(LogLine, HandsOverTheWholeLineHoweverLong) {
         ASSERT_FALSE(capture.logs.empty());
         EXPECT_EQ(half + rest + "7", capture.logs.back().text) << length;
         EXPECT_EQ(SevTrace, capture.logs.back().severity);
+    }
+    // Table pieces copy more than they keep: near the end of the inline room
+    // the line must neither lose nor gain a character.
+    for (size_t length = 500; length <= 515; ++length) {
+        const std::string head(length, 'x');
+        LogLine()
+            .Add(std::string_view(head))
+            .AddPiece(kSpacedDecimal[7].text, 2)
+            .AddPiece(kHexByteText[0xAB], 3)
+            .AddPiece(kSpacedDecimal[255].text, 4)
+            .Write(SevTrace);
+        EXPECT_EQ(head + " 7AB  255", capture.logs.back().text) << length;
     }
 }
 
