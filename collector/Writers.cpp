@@ -630,8 +630,11 @@ struct JsonlWriter::Line {
             if (i != 0) {
                 buffer.PutUnsafe(',');
             }
+            // All three characters are copied, the number's length kept: the
+            // room reserved above holds four per byte.
             const ByteNumber& n = kByteNumbers[values[i]];
-            std::memcpy(buffer.PushUnsafe(n.length), n.text, n.length);
+            std::memcpy(buffer.PushUnsafe(0), n.text, sizeof n.text);
+            buffer.PushUnsafe(n.length);
         }
         buffer.PutUnsafe(']');
     }

@@ -271,11 +271,12 @@ EQSVStatusCode fdrGetHandle(TCPluginCallbacks* host, TPluginManagerProvider** pr
 }
 
 EQSVStatusCode fdrGetPluginPath(TCPluginCallbacks* host, const char** path) {
-    if (host != ipmisel::host::hostCallbacks() || path == nullptr) {
+    auto& s = state();
+    if (host != &s.callbacks || path == nullptr) {
         return QSV_ERROR;
     }
     const std::string& source =
-        config().pluginPath.empty() ? state().loadedPluginPath : config().pluginPath;
+        s.config.pluginPath.empty() ? s.loadedPluginPath : s.config.pluginPath;
     // The plug-in asks for every message it looks up; an absolute path gives
     // the same answer every time, so it is worked out once.
     static std::string lastSource;
