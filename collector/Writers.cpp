@@ -565,7 +565,7 @@ struct JsonlWriter::Line {
     // stops being looked up for a while.
     struct Remembered {
         std::string raw;
-        std::string json;
+        std::string json; // the key and the text's JSON, as the line has them
     };
     struct Place {
         static constexpr size_t kRemembered = 8;
@@ -581,10 +581,12 @@ struct JsonlWriter::Line {
     std::vector<Place> places;
 
     // Appends the JSON of the text at place i.
+    // Appends the property at place i, its key and the JSON of text s.
     void remembered(size_t i, std::string_view s) {
         Place& place = places[i];
         if (place.resting > 0) {
             --place.resting;
+            buffer.Append(keys[i]);
             text(s);
             return;
         }
@@ -597,6 +599,7 @@ struct JsonlWriter::Line {
             }
         }
         const size_t start = buffer.size();
+        buffer.Append(keys[i]);
         text(s);
         Remembered& r = place.seen[place.next];
         place.next = (place.next + 1) % Place::kRemembered;
@@ -694,9 +697,9 @@ void JsonlWriter::write(const host::Instance& instance) {
             l.buffer.Put(',');
         }
         first = false;
-        l.buffer.Append(l.keys[i]);
         const host::Property& p = repeated ? *lastNamed(props, i) : props[i];
         if (p.kind == host::PropertyKind::Bytes) {
+            l.buffer.Append(l.keys[i]);
             l.bytes(p.bytes); // numbers, not a string
         } else {
             l.remembered(i, p.text);
