@@ -146,8 +146,7 @@ SimBmc::SimBmc(NodeSetup setup, std::string name)
     : setup_(std::move(setup)), name_(std::move(name)) {}
 
 uint32_t SimBmc::requestCount(uint8_t netfn, uint8_t cmd) const {
-    auto it = seen_.find({netfn, cmd});
-    return it == seen_.end() ? 0 : it->second;
+    return seen_[static_cast<size_t>(netfn) << 8 | cmd];
 }
 
 host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
@@ -157,7 +156,7 @@ host::IpmiResponse SimBmc::send(const host::IpmiRequest& request) {
     if (keepTraffic_) {
         received_.push_back(request);
     }
-    ++seen_[{request.netfn, request.cmd}];
+    ++seen_[static_cast<size_t>(request.netfn) << 8 | request.cmd];
 
     // Every fault counts its own matching requests; the first one due fires.
     faultHits_.resize(setup_.faults.size(), 0);

@@ -171,7 +171,9 @@ class SimBmc : public host::Transport {
     std::string name_;
     std::vector<host::IpmiRequest> received_;
     bool keepTraffic_ = true;
-    std::map<std::pair<uint8_t, uint8_t>, uint32_t> seen_; // (netfn, cmd) -> count
+    // Requests seen per (netfn, cmd), at netfn * 256 + cmd: a full SEL's walk
+    // counts sixty-five thousand.
+    std::vector<uint32_t> seen_ = std::vector<uint32_t>(256 * 256, 0);
     uint16_t reservation_ = 0;                             // current SDR reservation; 0: none
     uint32_t sdrReadsSinceReserve_ = 0;
     uint16_t selReservation_ = 0;
