@@ -1,5 +1,6 @@
 // The process-wide host state and the plug-in library: registration, the output
 // of instances and properties, the plug-in's own path and the log.
+#include <atomic>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -130,10 +131,28 @@ struct State {
     std::unordered_map<std::string, int> folderFds;
 };
 
-// Inlined: the plug-in calls into the host dozens of times per record.
-[[gnu::always_inline]] inline State& state() {
-    static State* s = new State(); // never destroyed: the plug-in may log during exit
+// Made on first use and never destroyed: the plug-in may log during exit.
+[[gnu::noinline]] State& makeState() {
+    static State* s = new State();
     return *s;
+}
+
+// The state once made, for the plug-in's calls (dozens per record): one load
+// and a test instead of the guard of a function-local static, and nothing of
+// the making inlined into every call.
+std::atomic<State*> g_state{nullptr};
+
+[[gnu::noinline]] State& firstState() {
+    State& s = makeState();
+    g_state.store(&s, std::memory_order_release);
+    return s;
+}
+
+[[gnu::always_inline]] inline State& state() {
+    if (State* s = g_state.load(std::memory_order_acquire)) [[likely]] {
+        return *s;
+    }
+    return firstState();
 }
 
 constexpr const char* kMarker = "ipmisel";
