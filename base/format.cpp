@@ -86,6 +86,26 @@ const std::array<std::array<char, 2>, 100> kTwoDigits = [] {
 
 NumberText DecimalOf(int64_t value) {
     NumberText n;
+    // Record IDs, counts and time stamps: by pairs of digits from the end.
+    if (value >= 0) {
+        auto v = static_cast<uint64_t>(value);
+        char* const end = n.text + 20; // the most a 64-bit value has
+        char* at = end;
+        while (v >= 100) {
+            at -= 2;
+            std::memcpy(at, kTwoDigits[v % 100].data(), 2);
+            v /= 100;
+        }
+        if (v >= 10) {
+            at -= 2;
+            std::memcpy(at, kTwoDigits[v].data(), 2);
+        } else {
+            *--at = static_cast<char>('0' + v);
+        }
+        n.length = static_cast<uint8_t>(end - at);
+        std::memmove(n.text, at, n.length);
+        return n;
+    }
     fromChars(n, std::to_chars(n.text, n.text + sizeof n.text, value));
     return n;
 }

@@ -43,6 +43,16 @@ TEST(NumberText, EveryByteAsTheHexAndDecimalForms) {
                       int64_t{INT32_MAX}, INT64_MAX}) {
         EXPECT_EQ(printed("%lld", static_cast<long long>(v)), str(Decimal(v)));
     }
+    // Every record ID and count, through all the ways the digits are put down.
+    for (int v = 0; v <= 120000; ++v) {
+        ASSERT_EQ(printed("%d", v), str(Decimal(v))) << v;
+    }
+    // And every length up to the longest, at each power of ten and below it.
+    for (int64_t p = 1; p <= INT64_MAX / 10; p *= 10) {
+        for (int64_t v : {p - 1, p, p + 1, 10 * p - 1, 5 * p + 7}) {
+            ASSERT_EQ(printed("%lld", static_cast<long long>(v)), str(Decimal(v))) << v;
+        }
+    }
 }
 
 // Readings the way the threshold decoder computes them (M * raw + B scaled by
