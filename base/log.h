@@ -66,8 +66,7 @@ class LogLine {
 
     // The first `length` characters of a small piece of a table (a byte's
     // text): the whole piece is copied, a copy of known size without a loop.
-    template <size_t N>
-    LogLine& AddPiece(const std::array<char, N>& piece, size_t length) {
+    template <size_t N> LogLine& AddPiece(const std::array<char, N>& piece, size_t length) {
         if (length_ + N < kInline) {
             std::memcpy(inline_ + length_, piece.data(), N);
             length_ += length;

@@ -573,8 +573,8 @@ struct JsonlWriter::Line {
         static constexpr uint32_t kMissesToRest = 32;
         static constexpr uint32_t kRest = 4096;
         std::array<Remembered, kRemembered> seen;
-        size_t used = 0;    // entries of seen filled
-        size_t next = 0;    // the entry replaced next
+        size_t used = 0; // entries of seen filled
+        size_t next = 0; // the entry replaced next
         uint32_t misses = 0;
         uint32_t resting = 0;
     };

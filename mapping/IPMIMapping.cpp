@@ -215,8 +215,7 @@ const std::string* startLookup(TCPluginCallbacks* cb, char* out, int32_t size) {
         std::memset(out, 0, static_cast<size_t>(size));
     }
     const char* pluginPath = nullptr;
-    if (tape::PluginPath(cb, &pluginPath) != NOXAQSV20::QSV_SUCCESS ||
-        pluginPath == nullptr) {
+    if (tape::PluginPath(cb, &pluginPath) != NOXAQSV20::QSV_SUCCESS || pluginPath == nullptr) {
         Log(SevError, "fdrGetPluginPath failed.");
         return nullptr;
     }

@@ -174,7 +174,7 @@ class SimBmc : public host::Transport {
     // Requests seen per (netfn, cmd), at netfn * 256 + cmd: a full SEL's walk
     // counts sixty-five thousand.
     std::vector<uint32_t> seen_ = std::vector<uint32_t>(256 * 256, 0);
-    uint16_t reservation_ = 0;                             // current SDR reservation; 0: none
+    uint16_t reservation_ = 0; // current SDR reservation; 0: none
     uint32_t sdrReadsSinceReserve_ = 0;
     uint16_t selReservation_ = 0;
     std::vector<uint32_t> faultHits_; // matching requests per fault

@@ -140,8 +140,16 @@ TEST(Jsonl, EveryLengthAndPlaceOfAnEscapeGivesTheJsonLibrarysBytes) {
 // or one byte, odd texts, names that change, host layouts kept and dropped.
 TEST(Jsonl, RepeatedTextsGiveWhatAFreshWriterGives) {
     std::mt19937 rng(3);
-    const std::string pool[] = {"",  "a",        "b",      "ab",     "a\nb",          "a\nc",
-                                "\xFF", "caf\xC3\xA9", "x\x1by", "Processor 1 (Temperature)",
+    const std::string pool[] = {"",
+                                "a",
+                                "b",
+                                "ab",
+                                "a\nb",
+                                "a\nc",
+                                "\xFF",
+                                "caf\xC3\xA9",
+                                "x\x1by",
+                                "Processor 1 (Temperature)",
                                 "Processor 1 (Temperature))"};
     std::ostringstream together;
     JsonlWriter writer(together);

@@ -134,10 +134,19 @@ TEST(Instances, OneLayoutMeansTheSameClassAndNames) {
     std::vector<std::string> list = {"A", "B", "C"};
     for (int i = 0; i < 3000; ++i) {
         switch (rng() % 8) {
-        case 0: list[rng() % list.size()] = names[rng() % 4]; break;
-        case 1: if (list.size() < 6) list.push_back(names[rng() % 4]); break;
-        case 2: if (list.size() > 1) list.pop_back(); break;
-        default: break; // most instances look like the one before
+        case 0:
+            list[rng() % list.size()] = names[rng() % 4];
+            break;
+        case 1:
+            if (list.size() < 6)
+                list.push_back(names[rng() % 4]);
+            break;
+        case 2:
+            if (list.size() > 1)
+                list.pop_back();
+            break;
+        default:
+            break; // most instances look like the one before
         }
         ASSERT_EQ(fdrGetInstance(io, rng() % 16 == 0 ? "Other" : "Log"), QSV_SUCCESS);
         const bool abandon = rng() % 16 == 0;
