@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <unistd.h>
@@ -112,6 +113,29 @@ void HostCapture::clear() {
     instances.clear();
 }
 
+namespace {
+
+// The folders made so far, removed when the test program ends (kept when
+// IPMISEL_KEEP_TEMP is set, to look at what a failing test left): a suite
+// run makes some forty, and a developer's machine runs it many times a day.
+std::vector<std::string>& madeFolders() {
+    static std::vector<std::string> folders;
+    return folders;
+}
+
+void removeMadeFolders() {
+    const char* keep = std::getenv("IPMISEL_KEEP_TEMP");
+    if (keep != nullptr && *keep != '\0') {
+        return;
+    }
+    for (const std::string& folder : madeFolders()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    }
+}
+
+} // namespace
+
 std::string makeTempDir(const std::string& hint) {
     const char* base = std::getenv("TMPDIR");
     std::string pattern = std::string(base && *base ? base : "/tmp") + "/" + hint + "-XXXXXX";
@@ -120,6 +144,10 @@ std::string makeTempDir(const std::string& hint) {
     if (!mkdtemp(buf.data())) {
         throw std::runtime_error("cannot make a temporary folder");
     }
+    if (madeFolders().empty()) {
+        std::atexit(removeMadeFolders);
+    }
+    madeFolders().emplace_back(buf.data());
     return std::string(buf.data());
 }
 

@@ -64,7 +64,8 @@ class HostCapture {
 
 // Writes `content` to a fresh file under a temporary folder and returns its path.
 std::string writeTempFile(const std::string& name, const std::string& content);
-// A fresh temporary folder (removed at process exit is not promised).
+// A fresh temporary folder, removed with what it holds when the test program
+// ends (unless IPMISEL_KEEP_TEMP is set).
 std::string makeTempDir(const std::string& hint = "ipmisel");
 
 // Where the built products and the sources are.
