@@ -580,7 +580,6 @@ struct JsonlWriter::Line {
     };
     std::vector<Place> places;
 
-    // Appends the JSON of the text at place i.
     // Appends the property at place i, its key and the JSON of text s.
     void remembered(size_t i, std::string_view s) {
         Place& place = places[i];
