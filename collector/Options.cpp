@@ -184,8 +184,9 @@ std::unique_ptr<CLI::App> makeApp(Raw& raw, const std::string& program,
     once("--timeout", raw.timeout, "SECONDS", kSources,
          "how long one LAN request may take (default 10)");
     once("--retries", raw.retries, "N", kSources,
-         "a packet is sent again every timeout/(N+1) until\n"
-         "the timeout (default 2)");
+         "an unanswered request is sent again N times\n"
+         "before the timeout, further apart each time\n"
+         "(1 to 10, default 2)");
     once("--record", raw.record, "FILE", kSources,
          "save every request and answer as a scenario that\n"
          "--sim FILE replays (a fleet: FILE.SERVER per server)");
@@ -312,8 +313,8 @@ std::string applyValues(const Raw& raw, Options& o) {
     if (given(raw.timeout) && !(o.timeoutSeconds = parseInt(raw.timeout, 1, 300))) {
         return "--timeout must be a number of seconds from 1 to 300, not \"" + raw.timeout + "\"";
     }
-    if (given(raw.retries) && !(o.retries = parseInt(raw.retries, 0, 10))) {
-        return "--retries must be a number from 0 to 10, not \"" + raw.retries + "\"";
+    if (given(raw.retries) && !(o.retries = parseInt(raw.retries, 1, 10))) {
+        return "--retries must be a number from 1 to 10, not \"" + raw.retries + "\"";
     }
     if (given(raw.record)) {
         o.recordFile = raw.record;

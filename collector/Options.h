@@ -62,7 +62,7 @@ struct Options {
     std::optional<std::string> privilege; // "user", "operator" or "admin"
     std::vector<std::string> workarounds;
     std::optional<int> timeoutSeconds; // how long one LAN request may take
-    std::optional<int> retries;        // packets sent again within that time
+    std::optional<int> retries;        // resends of a packet within that time (1-10)
     std::optional<std::string> recordFile;
 
     // Several servers. A --host value with a range ("bmc[1-4]") names one

@@ -197,8 +197,7 @@ bool FreeIpmiTransport::open(std::string* error) {
             fail("the password is longer than " + std::to_string(kMaxPassword) + " characters");
             return result(false);
         }
-        const unsigned timeout = std::max(1u, s.timing.timeoutMs);
-        const unsigned retransmit = std::max(1u, timeout / (s.timing.retries + 1));
+        const WireTiming wire = wireTiming(s.timing);
         const std::string hostname = hostArgument(s.host, s.port);
         auto attempt = [&](unsigned flags) {
             if (!context_->ctx) {
@@ -208,10 +207,11 @@ bool FreeIpmiTransport::open(std::string* error) {
                     return false;
                 }
             }
-            return ipmi_ctx_open_outofband_2_0(
-                       context_->ctx, hostname.c_str(), s.user ? s.user->c_str() : nullptr,
-                       s.password ? s.password->c_str() : nullptr, nullptr, 0, s.privilege,
-                       s.cipherSuite, timeout, retransmit, flags, IPMI_FLAGS_DEFAULT) == 0;
+            return ipmi_ctx_open_outofband_2_0(context_->ctx, hostname.c_str(),
+                                               s.user ? s.user->c_str() : nullptr,
+                                               s.password ? s.password->c_str() : nullptr, nullptr,
+                                               0, s.privilege, s.cipherSuite, wire.sessionTimeoutMs,
+                                               wire.resendMs, flags, IPMI_FLAGS_DEFAULT) == 0;
         };
         constexpr unsigned kOpenSessPriv =
             IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE;
@@ -300,6 +300,25 @@ host::IpmiResponse FreeIpmiTransport::send(const host::IpmiRequest& request) {
     response.cc = rs[1];
     response.data.assign(rs.begin() + 2, rs.begin() + static_cast<std::ptrdiff_t>(length));
     return response;
+}
+
+WireTiming wireTiming(const Timing& timing) {
+    const unsigned retries = std::clamp(timing.retries, 1u, 10u);
+    const unsigned timeout = std::max(timing.timeoutMs, 100u);
+    // The wake-up that gives up, in intervals after the first send.
+    unsigned wakeUps = 0;
+    for (unsigned resent = 0; resent <= retries; ++resent) {
+        wakeUps += resent / 2 + 1;
+    }
+    WireTiming wire;
+    wire.resendMs = (timeout + wakeUps - 1) / wakeUps;
+    // Below the timeout by more than a wall clock correction is likely to
+    // be, so that the wake-up on the timeout is past it. The one before lies
+    // at most 5/6 of the way (30 and 36 intervals with ten retries): the
+    // session timeout counts from the last answer, which came before the
+    // send, and that leaves room for a slow caller in between.
+    wire.sessionTimeoutMs = timeout - std::max(1u, std::min(timeout / 50, 20u));
+    return wire;
 }
 
 std::string sessionOpenFailure(int errnum, const std::string& text, const LanSettings& s) {

@@ -15,13 +15,37 @@
 
 namespace ipmisel::freeipmi {
 
-// How long one request may take over the LAN and how often its packet is sent
-// again inside that time. The retransmission interval is the timeout divided
-// by (retries + 1), so a BMC that never answers costs exactly `timeoutMs`.
+// How long one request may take over the LAN, and how many times its packet
+// is sent again inside that time (1 to 10) before the node is given up.
 struct Timing {
     unsigned timeoutMs = 10000;
     unsigned retries = 2;
 };
+
+// The two times libfreeipmi is given for a Timing.
+//
+// libfreeipmi sends a request, waits one resend interval, and on silence
+// sends it again; after every second resend the wait grows by one interval
+// (1, 1, 2, 2, 3, 3, ... intervals). Only right after such a resend does it
+// look at the clock (the wall clock), and it gives up once its session
+// timeout has passed since the last answer. Handed the user's timeout and
+// timeout/(N+1), it gives up at the first wake-up after the timeout: 4/3 of
+// it with two retries, 6/5 with four. With one or three retries that
+// wake-up falls on the timeout, and only the microseconds between the last
+// answer and the send put it past: a wall clock set back by that much
+// makes it wait on to the next wake-up, twice the timeout with one retry.
+// With none it refuses to open a session, as its interval must be shorter
+// than its timeout.
+//
+// So the interval is chosen to make the (N+1)th wake-up fall on the timeout
+// (never before it: the interval is rounded up), and the session timeout
+// sits 20 ms below it, so that this wake-up is past it and the Nth is well
+// short of it.
+struct WireTiming {
+    unsigned sessionTimeoutMs = 0;
+    unsigned resendMs = 0;
+};
+WireTiming wireTiming(const Timing& timing);
 
 struct LanSettings {
     std::string host; // a name, an IPv4 address or an IPv6 address without brackets

@@ -35,7 +35,7 @@ TEST(Options, AcceptedCommandLines) {
 
     p = parseOptions({"--host", "bmc1", "--host=10.0.0.5", "--user", "admin", "--cipher-suite=17",
                       "--workaround", "idzero", "--workaround", "authcap", "--timeout", "300",
-                      "--retries", "0", "--privilege", "ADMINISTRATOR"});
+                      "--retries", "10", "--privilege", "ADMINISTRATOR"});
     ASSERT_EQ(p.error, "");
     const Options& o = p.options;
     EXPECT_EQ(o.hosts.size(), 2u); // several --host values are several BMC nodes of one server
@@ -43,7 +43,7 @@ TEST(Options, AcceptedCommandLines) {
     EXPECT_EQ(o.cipherSuite, 17);
     EXPECT_EQ(o.workarounds, (std::vector<std::string>{"idzero", "authcap"}));
     EXPECT_EQ(o.timeoutSeconds, 300);
-    EXPECT_EQ(o.retries, 0);
+    EXPECT_EQ(o.retries, 10);
     EXPECT_EQ(o.privilege, "admin"); // ipmitool's spelling accepted
     EXPECT_TRUE(o.wantsRealBmc());
     EXPECT_FALSE(parseOptions({"--sim", "x", "--record", "r"}).options.wantsRealBmc());
@@ -127,7 +127,9 @@ TEST(Options, RefusedCommandLines) {
         {{"--host", "b:99999"}, "--host \"b:99999\": the port must be a number from 1 to 65535"},
         {{"--host", "b", "--timeout", "301"},
          "--timeout must be a number of seconds from 1 to 300, not \"301\""},
-        {{"--host", "b", "--retries", "11"}, "--retries must be a number from 0 to 10, not \"11\""},
+        {{"--host", "b", "--retries", "11"}, "--retries must be a number from 1 to 10, not \"11\""},
+        // libfreeipmi always sends a request again before it gives up.
+        {{"--host", "b", "--retries", "0"}, "--retries must be a number from 1 to 10, not \"0\""},
         {{"--inband", "--timeout", "5"}, "--timeout needs --host or --hosts-file"},
     };
     for (const auto& [args, error] : cases) {

@@ -201,6 +201,74 @@ TEST(FreeIpmiTransport, LoginFailuresTellSilenceFromRefusal) {
     }
 }
 
+// What libfreeipmi does with a request nobody answers, step by step as its
+// LAN code does it: after each send it waits (resends / 2 + 1) intervals
+// from that send, but no longer than the session timeout; on silence it sends
+// again and then gives up if more than the session timeout has passed since
+// the last answer. `lastAnswerMs` is when that answer came, before the first
+// send at 0; every wake-up comes `lateMs` after its time.
+struct Silence {
+    double gaveUpMs = 0;
+    unsigned resends = 0; // the one sent at the moment of giving up included
+};
+Silence waitOut(unsigned sessionMs, unsigned resendMs, double lastAnswerMs, double lateMs) {
+    Silence s;
+    double lastSend = 0;
+    while (s.resends < 100) {
+        const double wait = std::min<double>((s.resends / 2 + 1) * resendMs, sessionMs);
+        const double now = lastSend + wait + lateMs;
+        ++s.resends;
+        lastSend = now;
+        if (now - lastAnswerMs > sessionMs) {
+            s.gaveUpMs = now;
+            break;
+        }
+    }
+    return s;
+}
+
+TEST(FreeIpmiSettings, ASilentBmcIsGivenUpAtTheTimeoutAfterTheGivenResends) {
+    // Written out: ten seconds and two retries resend at 2.5 s and 5 s and
+    // give up at 10 s (wake-ups after 1, 2 and 4 intervals).
+    const auto two = freeipmi::wireTiming({10000, 2});
+    EXPECT_EQ(two.resendMs, 2500u);
+    EXPECT_EQ(two.sessionTimeoutMs, 9980u);
+    const auto ten = freeipmi::wireTiming({1000, 10}); // 36 intervals, rounded up
+    EXPECT_EQ(ten.resendMs, 28u);
+    EXPECT_EQ(ten.sessionTimeoutMs, 980u);
+
+    for (unsigned timeout : {1000u, 2000u, 2500u, 10000u, 60000u, 300000u}) {
+        for (unsigned retries = 1; retries <= 10; ++retries) {
+            const auto wire = freeipmi::wireTiming({timeout, retries});
+            SCOPED_TRACE(std::to_string(timeout) + " ms, " + std::to_string(retries) +
+                         " retries: session " + std::to_string(wire.sessionTimeoutMs) +
+                         " ms, resend " + std::to_string(wire.resendMs) + " ms");
+            ASSERT_LT(wire.resendMs, wire.sessionTimeoutMs); // libfreeipmi refuses otherwise
+            // The last answer a moment or 50 ms before the send, wake-ups on
+            // time or 5 ms late each: the same resends, and the end between
+            // the timeout and the rounding of the interval (under 36 ms) plus
+            // the lateness after it.
+            for (double lastAnswer : {-0.001, -50.0}) {
+                for (double late : {0.0, 5.0}) {
+                    const Silence s =
+                        waitOut(wire.sessionTimeoutMs, wire.resendMs, lastAnswer, late);
+                    EXPECT_EQ(s.resends, retries + 1) << lastAnswer << " " << late;
+                    EXPECT_GE(s.gaveUpMs, timeout);
+                    EXPECT_LE(s.gaveUpMs, timeout + 36 + late * (retries + 1));
+                    // A wall clock set back or forward by 15 ms during the
+                    // wait changes nothing: no wake-up lies that close to
+                    // the session timeout.
+                    for (int skew : {-15, 15}) {
+                        const Silence t =
+                            waitOut(wire.sessionTimeoutMs + skew, wire.resendMs, lastAnswer, late);
+                        EXPECT_EQ(t.resends, s.resends) << skew;
+                    }
+                }
+            }
+        }
+    }
+}
+
 TEST(FreeIpmiSettings, LoginFailureWordsForWhatASimulatorWillNotDo) {
     freeipmi::LanSettings s;
     s.host = "bmc", s.user = "op", s.cipherSuite = 17, s.privilege = 3, s.timing.timeoutMs = 2500;
