@@ -117,8 +117,8 @@ std::shared_ptr<FreeIpmiTransport> FreeIpmiTransport::inband(InbandSettings sett
 
 FreeIpmiTransport::FreeIpmiTransport(bool lan, LanSettings lanSettings,
                                      InbandSettings inbandSettings, ErrorReporter report)
-    : lan_(lan), lanSettings_(std::move(lanSettings)), inbandSettings_(inbandSettings),
-      report_(std::move(report)) {}
+    : lan_(lan), lanSettings_(std::move(lanSettings)), wire_(wireTiming(lanSettings_.timing)),
+      inbandSettings_(inbandSettings), report_(std::move(report)) {}
 
 FreeIpmiTransport::~FreeIpmiTransport() {
     close();
@@ -197,7 +197,7 @@ bool FreeIpmiTransport::open(std::string* error) {
             fail("the password is longer than " + std::to_string(kMaxPassword) + " characters");
             return result(false);
         }
-        const WireTiming wire = wireTiming(s.timing);
+        const WireTiming& wire = wire_;
         const std::string hostname = hostArgument(s.host, s.port);
         auto attempt = [&](unsigned flags) {
             if (!context_->ctx) {
@@ -232,6 +232,8 @@ bool FreeIpmiTransport::open(std::string* error) {
                 if (attempt(s.workaroundFlags | kOpenSessPriv)) {
                     lanSettings_.workaroundFlags |= kOpenSessPriv;
                     context_->open = true;
+                    lastAnswer_ = std::chrono::steady_clock::now();
+                    ++sessionsOpened_;
                     return true;
                 }
                 // The second try gets further into the login, so its reason
@@ -261,6 +263,8 @@ bool FreeIpmiTransport::open(std::string* error) {
         driverType_ = type;
     }
     context_->open = true;
+    lastAnswer_ = std::chrono::steady_clock::now();
+    sessionsOpened_ += lan_ ? 1 : 0;
     return true;
 }
 
@@ -271,6 +275,17 @@ void FreeIpmiTransport::close() {
 
 host::IpmiResponse FreeIpmiTransport::send(const host::IpmiRequest& request) {
     host::IpmiResponse response;
+    if (lan_ && isOpen() &&
+        std::chrono::steady_clock::now() - lastAnswer_ >
+            std::chrono::milliseconds(wire_.idleLimitMs)) {
+        // After such a pause libfreeipmi would send the request and give it
+        // up at once, or after too few resends, as its session timeout
+        // counts from the last answer. Log in again before sending instead:
+        // sending again after such a give-up would have the BMC run the
+        // request twice, and some (a read that moves a register pointer on)
+        // must not.
+        context_.reset();
+    }
     if (!open()) {
         return response;
     }
@@ -290,6 +305,7 @@ host::IpmiResponse FreeIpmiTransport::send(const host::IpmiRequest& request) {
         }
         return response;
     }
+    lastAnswer_ = std::chrono::steady_clock::now();
     // The answer starts with the command byte and the completion code; one
     // without a completion code is no answer at all.
     if (got < 2) {
@@ -318,6 +334,8 @@ WireTiming wireTiming(const Timing& timing) {
     // session timeout counts from the last answer, which came before the
     // send, and that leaves room for a slow caller in between.
     wire.sessionTimeoutMs = timeout - std::max(1u, std::min(timeout / 50, 20u));
+    const unsigned lastResendAt = wakeUps - (retries / 2 + 1); // in intervals
+    wire.idleLimitMs = (wire.sessionTimeoutMs - lastResendAt * wire.resendMs) / 2;
     return wire;
 }
 

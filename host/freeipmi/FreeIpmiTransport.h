@@ -4,6 +4,7 @@
 // session. One object is one BMC node with at most one open session.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -41,9 +42,18 @@ struct Timing {
 // (never before it: the interval is rounded up), and the session timeout
 // sits 20 ms below it, so that this wake-up is past it and the Nth is well
 // short of it.
+//
+// Because the timeout counts from the last answer, time the caller spends
+// between two requests is taken off the next one: after a pause as long as
+// the timeout (output blocked by a pager, say) libfreeipmi gives the
+// request up at once, after it has sent it. `idleLimitMs` is the longest
+// pause that still leaves the request its N resends and its whole timeout:
+// half the room between the Nth wake-up and the session timeout. After a
+// longer one the transport logs in again before it sends.
 struct WireTiming {
     unsigned sessionTimeoutMs = 0;
     unsigned resendMs = 0;
+    unsigned idleLimitMs = 0;
 };
 WireTiming wireTiming(const Timing& timing);
 
@@ -93,6 +103,9 @@ class FreeIpmiTransport : public host::Transport {
     bool isOpen() const;
     bool failed() const { return !failure_.empty(); }
     const std::string& failure() const { return failure_; }
+    // How many LAN sessions this node has opened: one, and one more after
+    // every pause longer than the timeout allows (see WireTiming).
+    unsigned sessionsOpened() const { return sessionsOpened_; }
     // The in-band driver that opened ("kernel IPMI driver", "KCS", ...), or "".
     std::string driverName() const;
 
@@ -107,6 +120,10 @@ class FreeIpmiTransport : public host::Transport {
 
     bool lan_;
     LanSettings lanSettings_;
+    WireTiming wire_;
+    // When the BMC last answered on the open session.
+    std::chrono::steady_clock::time_point lastAnswer_;
+    unsigned sessionsOpened_ = 0;
     InbandSettings inbandSettings_;
     ErrorReporter report_;
     std::unique_ptr<Context> context_;

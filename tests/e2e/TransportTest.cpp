@@ -4,7 +4,9 @@
 #include <freeipmi/freeipmi.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <numeric>
+#include <thread>
 #include <tuple>
 
 #include "collector/Options.h"
@@ -155,6 +157,20 @@ TEST(FreeIpmiTransport, RawCommandsAgainstIpmiSim) {
     ASSERT_TRUE(whole.sent && whole.cc == 0 && whole.data.size() == 2u + 64u);
     EXPECT_EQ(whole.data[0] | (whole.data[1] << 8), 2); // next record
     EXPECT_EQ(std::string(whole.data.begin() + 50, whole.data.begin() + 59), "CPU1 Temp");
+    // Requests closer together than the idle limit (240 ms here) keep the
+    // session, however long they go on; a pause longer than the timeout (a
+    // caller blocked on its output) does not end the node: the next request
+    // logs in again first.
+    EXPECT_EQ(bmc->sessionsOpened(), 1u);
+    for (int i = 0; i < 10; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(60));
+        EXPECT_TRUE(bmc->send({0x06, 0, 0x01, {}}).sent) << i;
+    }
+    EXPECT_EQ(bmc->sessionsOpened(), 1u);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    const IpmiResponse afterPause = bmc->send({0x06, 0, 0x01, {}});
+    EXPECT_TRUE(afterPause.sent && afterPause.cc == 0);
+    EXPECT_EQ(bmc->sessionsOpened(), 2u);
     // Closed is closed: no reopening behind the caller's back.
     bmc->close();
     EXPECT_FALSE(bmc->send({0x06, 0, 0x01, {}}).sent);
@@ -233,9 +249,11 @@ TEST(FreeIpmiSettings, ASilentBmcIsGivenUpAtTheTimeoutAfterTheGivenResends) {
     const auto two = freeipmi::wireTiming({10000, 2});
     EXPECT_EQ(two.resendMs, 2500u);
     EXPECT_EQ(two.sessionTimeoutMs, 9980u);
+    EXPECT_EQ(two.idleLimitMs, 2490u);                 // half of 9,980 - 5,000
     const auto ten = freeipmi::wireTiming({1000, 10}); // 36 intervals, rounded up
     EXPECT_EQ(ten.resendMs, 28u);
     EXPECT_EQ(ten.sessionTimeoutMs, 980u);
+    EXPECT_EQ(ten.idleLimitMs, 70u); // half of 980 - 30 * 28
 
     for (unsigned timeout : {1000u, 2000u, 2500u, 10000u, 60000u, 300000u}) {
         for (unsigned retries = 1; retries <= 10; ++retries) {
@@ -244,11 +262,13 @@ TEST(FreeIpmiSettings, ASilentBmcIsGivenUpAtTheTimeoutAfterTheGivenResends) {
                          " retries: session " + std::to_string(wire.sessionTimeoutMs) +
                          " ms, resend " + std::to_string(wire.resendMs) + " ms");
             ASSERT_LT(wire.resendMs, wire.sessionTimeoutMs); // libfreeipmi refuses otherwise
-            // The last answer a moment or 50 ms before the send, wake-ups on
-            // time or 5 ms late each: the same resends, and the end between
-            // the timeout and the rounding of the interval (under 36 ms) plus
-            // the lateness after it.
-            for (double lastAnswer : {-0.001, -50.0}) {
+            // The last answer a moment, 50 ms or the longest pause the
+            // transport lets pass before the send, wake-ups on time or 5 ms
+            // late each: the same resends, and the end between the timeout
+            // and the rounding of the interval (under 36 ms) plus the
+            // lateness after it.
+            ASSERT_GT(wire.idleLimitMs, 0u);
+            for (double lastAnswer : {-0.001, -50.0, -double(wire.idleLimitMs)}) {
                 for (double late : {0.0, 5.0}) {
                     const Silence s =
                         waitOut(wire.sessionTimeoutMs, wire.resendMs, lastAnswer, late);
