@@ -197,7 +197,6 @@ bool FreeIpmiTransport::open(std::string* error) {
             fail("the password is longer than " + std::to_string(kMaxPassword) + " characters");
             return result(false);
         }
-        const WireTiming& wire = wire_;
         const std::string hostname = hostArgument(s.host, s.port);
         auto attempt = [&](unsigned flags) {
             if (!context_->ctx) {
@@ -207,11 +206,11 @@ bool FreeIpmiTransport::open(std::string* error) {
                     return false;
                 }
             }
-            return ipmi_ctx_open_outofband_2_0(context_->ctx, hostname.c_str(),
-                                               s.user ? s.user->c_str() : nullptr,
-                                               s.password ? s.password->c_str() : nullptr, nullptr,
-                                               0, s.privilege, s.cipherSuite, wire.sessionTimeoutMs,
-                                               wire.resendMs, flags, IPMI_FLAGS_DEFAULT) == 0;
+            return ipmi_ctx_open_outofband_2_0(
+                       context_->ctx, hostname.c_str(), s.user ? s.user->c_str() : nullptr,
+                       s.password ? s.password->c_str() : nullptr, nullptr, 0, s.privilege,
+                       s.cipherSuite, wire_.sessionTimeoutMs, wire_.resendMs, flags,
+                       IPMI_FLAGS_DEFAULT) == 0;
         };
         constexpr unsigned kOpenSessPriv =
             IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE;

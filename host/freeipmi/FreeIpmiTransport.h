@@ -23,7 +23,8 @@ struct Timing {
     unsigned retries = 2;
 };
 
-// The two times libfreeipmi is given for a Timing.
+// The two times libfreeipmi is given for a Timing, and the longest pause
+// the transport lets a session sit between two requests.
 //
 // libfreeipmi sends a request, waits one resend interval, and on silence
 // sends it again; after every second resend the wait grows by one interval
